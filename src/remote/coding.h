@@ -1,0 +1,48 @@
+// Byte-level helpers of the remote-control wire format: one per width and byte order, and the
+// single conversion of a coordinate to its 16-bit wire value. Pure functions, safe anywhere.
+#ifndef ORBPERIX_SRC_REMOTE_CODING_H_
+#define ORBPERIX_SRC_REMOTE_CODING_H_
+
+#include <cstdint>
+
+namespace RemoteUtil {
+namespace coding {
+
+// REQUIRES: dst has room for 2 bytes.
+inline void PutFixed16BE(uint8_t* dst, uint16_t value) {
+    dst[0] = static_cast<uint8_t>(value >> 8);
+    dst[1] = static_cast<uint8_t>(value);
+}
+
+// The zoom value is the protocol's one little-endian field.
+inline void PutFixed16LE(uint8_t* dst, uint16_t value) {
+    dst[0] = static_cast<uint8_t>(value);
+    dst[1] = static_cast<uint8_t>(value >> 8);
+}
+
+// REQUIRES: dst has room for 4 bytes.
+inline void PutFixed32BE(uint8_t* dst, uint32_t value) {
+    dst[0] = static_cast<uint8_t>(value >> 24);
+    dst[1] = static_cast<uint8_t>(value >> 16);
+    dst[2] = static_cast<uint8_t>(value >> 8);
+    dst[3] = static_cast<uint8_t>(value);
+}
+
+// A coordinate or value on the wire: truncated toward zero to a 32-bit signed integer (a value
+// outside that range, or NaN, becomes 0), of which the low 16 bits are kept.
+inline uint16_t CoordinateToWire(double value) {
+    // Every double strictly between these bounds truncates into int32_t; the comparisons are
+    // false for NaN. The cast is therefore always defined.
+    if (!(value > -2147483649.0 && value < 2147483648.0)) {
+        return 0;
+    }
+    const int32_t whole = static_cast<int32_t>(value);
+    return static_cast<uint16_t>(static_cast<uint32_t>(whole) & 0xFFFFu);
+}
+
+inline void PutCoordinate(uint8_t* dst, double value) { PutFixed16BE(dst, CoordinateToWire(value)); }
+
+}  // namespace coding
+}  // namespace RemoteUtil
+
+#endif  // ORBPERIX_SRC_REMOTE_CODING_H_

@@ -1,0 +1,65 @@
+// Before anything that pulls in <windows.h>, whose FreeModule macro would rename a
+// declaration of the platform header.
+#include "platform/platform.h"
+#include "remote/framing.h"
+
+#include "log/log.h"
+#include "remote/coding.h"
+
+namespace RemoteUtil {
+
+namespace {
+constexpr const char* kTimeStampScope = "RemoteUtil::AddTimeStamp";
+constexpr const char* kPaddingScope = "RemoteUtil::DoPaddingOperation";
+}  // namespace
+
+int64_t ElapsedMilliseconds(int64_t now, int64_t start, int64_t frequency) {
+    if (frequency == 0) {
+        return 0;
+    }
+    // Unsigned arithmetic wraps where the signed formula would overflow and is bit-identical
+    // to it everywhere else; the conversion back is modular on every supported compiler.
+    const int64_t scaled =
+        static_cast<int64_t>((static_cast<uint64_t>(now) - static_cast<uint64_t>(start)) * 1000u);
+    if (frequency == -1) {
+        // INT64_MIN / -1 overflows; negation by wrapping gives the same low 32 bits.
+        return static_cast<int64_t>(0u - static_cast<uint64_t>(scaled));
+    }
+    return scaled / frequency;
+}
+
+int AddTimeStamp(uint8_t* body, uint16_t bodyCapacity, int length, LARGE_INTEGER start,
+                 LARGE_INTEGER frequency) {
+    if (bodyCapacity == 0 || length <= 0) {
+        // The padding step's text, logged under this scope on purpose: readers of the log rely
+        // on the four-line pattern of a failing body.
+        OrbPerix::log::Trace(LOG_MESSAGE_ERROR, kTimeStampScope,
+                             "DoPaddingOperation, bodylength invalid");
+        return length;
+    }
+    const int64_t elapsed =
+        ElapsedMilliseconds(OrbPerix::platform::PerformanceCounter(), start.QuadPart,
+                            frequency.QuadPart);
+    coding::PutFixed32BE(body + length, static_cast<uint32_t>(static_cast<uint64_t>(elapsed)));
+    return length + 4;
+}
+
+int DoPaddingOperation(uint8_t* body, uint16_t bodyCapacity, int length) {
+    if (bodyCapacity == 0 || length <= 0) {
+        OrbPerix::log::Trace(LOG_MESSAGE_ERROR, kPaddingScope,
+                             "DoPaddingOperation, bodylength invalid");
+        return length;
+    }
+    if (length % 2 == 0) {
+        return length;
+    }
+    if (length < bodyCapacity) {
+        body[length] = 0;
+        return length + 1;
+    }
+    OrbPerix::log::Trace(LOG_MESSAGE_ERROR, kPaddingScope,
+                         "DoPaddingOperation, invalid memory for padding");
+    return 0;
+}
+
+}  // namespace RemoteUtil
