@@ -1,0 +1,37 @@
+#include "log/log.h"
+
+#include "Logger.h"
+#include "QxLogger.h"
+
+namespace OrbPerix {
+namespace log {
+namespace {
+
+// The tag logger: one object for the whole library, built by the first manager line under
+// the language's thread-safe static initialisation and destroyed at unload.
+Logger& TagLogger() {
+    static Logger logger(std::string("VantraMirror"));
+    return logger;
+}
+
+}  // namespace
+
+void Emit(Route route, LOG_MESSAGE_LEVEL level, const char* scope,
+          std::basic_stringstream<wchar_t>& line) noexcept {
+    try {
+        if (route == Route::kTagAndTrace) {
+            TagLogger().Log(level, line);
+        }
+        line << L"(" << scope << L")";
+        // Asked afresh for every line: the sink owns its singleton's life.
+        QxLogger* trace = QxLogger::GetInstance();
+        if (trace != nullptr) {
+            trace->Log(level, line);
+        }
+    } catch (...) {
+        // A sink that throws (or a tag logger that cannot be built) loses this line only.
+    }
+}
+
+}  // namespace log
+}  // namespace OrbPerix

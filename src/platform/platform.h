@@ -1,0 +1,69 @@
+// The few operating-system calls of the library, one implementation file per platform
+// (platform_windows.cpp, platform_posix.cpp). Nothing outside this folder knows which
+// platform it runs on.
+//
+// All functions are safe to call from any thread.
+#ifndef ORBPERIX_SRC_PLATFORM_PLATFORM_H_
+#define ORBPERIX_SRC_PLATFORM_PLATFORM_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+namespace OrbPerix {
+namespace platform {
+
+// Opaque handle of a loaded module (HMODULE on Windows, dlopen handle elsewhere).
+using ModuleHandle = void*;
+// What a symbol lookup yields; callers cast it to the real function type.
+using ProcAddress = void (*)(void);
+
+// The file name of the PERIX engine library on this platform.
+const char* EngineModuleFileName();
+
+// The step of loading a module beside the executable that failed. The manager turns each
+// into its own log line; every platform maps its errors onto the same steps.
+enum class LoadStep {
+    kLoaded,          // success
+    kModuleFileName,  // the executable's path could not be read
+    kRemoveFileSpec,  // the directory could not be cut from that path
+    kPathAppend,      // the file name could not be appended
+    kLoadLibrary,     // the module is missing there or could not be loaded
+};
+
+// Loads `fileName` from the directory of the running executable (never from the search
+// path). On kLoaded *module holds the handle; otherwise it is left untouched.
+LoadStep LoadModuleBesideExecutable(const char* fileName, ModuleHandle* module);
+
+// Resolves an exported symbol; null when the module lacks it or `module` is null.
+ProcAddress FindSymbol(ModuleHandle module, const char* name);
+
+// Releases one load of `module`. A null handle is ignored.
+void FreeModule(ModuleHandle module);
+
+// The directory of the running executable as UTF-8, without a trailing separator; empty on
+// failure. Used by tools and tests; the loader above works with the platform's own paths.
+std::string ExecutableDirectory();
+
+// The high-resolution counter and its frequency in ticks per second
+// (Windows: QueryPerformanceCounter/Frequency; elsewhere the monotonic clock in ns and 1e9).
+int64_t PerformanceCounter();
+int64_t PerformanceFrequency();
+
+// Suspends the calling thread for about `milliseconds`.
+void SleepMilliseconds(uint32_t milliseconds);
+
+// Result codes of BoundedCopy (the C library's EINVAL and ERANGE values).
+constexpr int kCopyOk = 0;
+constexpr int kCopyNullArgument = 22;
+constexpr int kCopyDestinationTooSmall = 34;
+
+// Bounds-checked copy of `count` bytes into a destination of `destSize` bytes. Returns 0, 22 for
+// a null destination or a null source with a non-zero count, 34 when count > destSize. On
+// failure the destination (when not null) is zeroed over destSize bytes.
+int BoundedCopy(void* dest, size_t destSize, const void* src, size_t count);
+
+}  // namespace platform
+}  // namespace OrbPerix
+
+#endif  // ORBPERIX_SRC_PLATFORM_PLATFORM_H_

@@ -1,0 +1,115 @@
+// Linux implementation of the platform layer.
+#include <dlfcn.h>
+#include <limits.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "platform/platform.h"
+
+namespace OrbPerix {
+namespace platform {
+namespace {
+
+constexpr size_t kPathCapacity = 4096;
+
+// The running executable's path (/proc/self/exe), NUL-terminated; false when unreadable.
+bool ReadExecutablePath(char (&path)[kPathCapacity]) {
+    std::memset(path, 0, sizeof(path));
+    const ssize_t length = readlink("/proc/self/exe", path, sizeof(path) - 1);
+    return length > 0;
+}
+
+// Cuts the file name off `path`, keeping the directory (as PathRemoveFileSpec does).
+bool RemoveFileName(char* path) {
+    char* slash = std::strrchr(path, '/');
+    if (slash == nullptr) {
+        return false;
+    }
+    slash[slash == path ? 1 : 0] = '\0';
+    return true;
+}
+
+bool AppendFileName(char (&path)[kPathCapacity], const char* fileName) {
+    const size_t used = std::strlen(path);
+    const size_t extra = std::strlen(fileName);
+    const bool needSeparator = used > 0 && path[used - 1] != '/';
+    if (used + (needSeparator ? 1 : 0) + extra + 1 > kPathCapacity) {
+        return false;
+    }
+    if (needSeparator) {
+        path[used] = '/';
+    }
+    std::memcpy(path + used + (needSeparator ? 1 : 0), fileName, extra + 1);
+    return true;
+}
+
+}  // namespace
+
+const char* EngineModuleFileName() {
+    return "liborbperix.so";
+}
+
+LoadStep LoadModuleBesideExecutable(const char* fileName, ModuleHandle* module) {
+    char path[kPathCapacity];
+    if (!ReadExecutablePath(path)) {
+        return LoadStep::kModuleFileName;
+    }
+    if (!RemoveFileName(path)) {
+        return LoadStep::kRemoveFileSpec;
+    }
+    if (!AppendFileName(path, fileName)) {
+        return LoadStep::kPathAppend;
+    }
+    // An absolute path: the search path is never consulted.
+    void* handle = dlopen(path, RTLD_NOW | RTLD_LOCAL);
+    if (handle == nullptr) {
+        return LoadStep::kLoadLibrary;
+    }
+    *module = handle;
+    return LoadStep::kLoaded;
+}
+
+ProcAddress FindSymbol(ModuleHandle module, const char* name) {
+    if (module == nullptr) {
+        return nullptr;
+    }
+    return reinterpret_cast<ProcAddress>(dlsym(module, name));
+}
+
+void FreeModule(ModuleHandle module) {
+    if (module != nullptr) {
+        dlclose(module);
+    }
+}
+
+std::string ExecutableDirectory() {
+    char path[kPathCapacity];
+    if (!ReadExecutablePath(path) || !RemoveFileName(path)) {
+        return std::string();
+    }
+    return std::string(path);
+}
+
+int64_t PerformanceCounter() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<int64_t>(now.tv_sec) * 1000000000LL + static_cast<int64_t>(now.tv_nsec);
+}
+
+int64_t PerformanceFrequency() {
+    return 1000000000LL;
+}
+
+void SleepMilliseconds(uint32_t milliseconds) {
+    timespec delay{};
+    delay.tv_sec = static_cast<time_t>(milliseconds / 1000U);
+    delay.tv_nsec = static_cast<long>(milliseconds % 1000U) * 1000000L;
+    while (nanosleep(&delay, &delay) != 0 && errno == EINTR) {
+    }
+}
+
+}  // namespace platform
+}  // namespace OrbPerix

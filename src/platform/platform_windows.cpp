@@ -1,0 +1,115 @@
+// Windows implementation of the platform layer.
+#ifndef WIN32_LEAN_AND_MEAN
+#define WIN32_LEAN_AND_MEAN
+#endif
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
+#include <windows.h>
+#include <shlwapi.h>
+
+#include <cstring>
+
+#include "platform/platform.h"
+
+namespace OrbPerix {
+namespace platform {
+namespace {
+
+constexpr DWORD kPathCapacity = MAX_PATH;  // 260 wide characters, as the engine's loader expects
+
+// Clears `path` and fills it with the running executable's path (not this library's).
+bool ReadExecutablePath(wchar_t (&path)[kPathCapacity]) {
+    std::memset(path, 0, sizeof(path));
+    return GetModuleFileNameW(nullptr, path, kPathCapacity) != 0;
+}
+
+std::wstring WideFromUtf8(const char* text) {
+    const int needed = MultiByteToWideChar(CP_UTF8, 0, text, -1, nullptr, 0);
+    if (needed <= 0) {
+        return std::wstring();
+    }
+    std::wstring wide(static_cast<size_t>(needed), L'\0');
+    MultiByteToWideChar(CP_UTF8, 0, text, -1, &wide[0], needed);
+    wide.resize(static_cast<size_t>(needed - 1));
+    return wide;
+}
+
+std::string Utf8FromWide(const wchar_t* text) {
+    const int needed = WideCharToMultiByte(CP_UTF8, 0, text, -1, nullptr, 0, nullptr, nullptr);
+    if (needed <= 0) {
+        return std::string();
+    }
+    std::string narrow(static_cast<size_t>(needed), '\0');
+    WideCharToMultiByte(CP_UTF8, 0, text, -1, &narrow[0], needed, nullptr, nullptr);
+    narrow.resize(static_cast<size_t>(needed - 1));
+    return narrow;
+}
+
+}  // namespace
+
+const char* EngineModuleFileName() {
+    return "liborbperix.dll";
+}
+
+LoadStep LoadModuleBesideExecutable(const char* fileName, ModuleHandle* module) {
+    wchar_t path[kPathCapacity];
+    if (!ReadExecutablePath(path)) {
+        return LoadStep::kModuleFileName;
+    }
+    if (!PathRemoveFileSpecW(path)) {
+        return LoadStep::kRemoveFileSpec;
+    }
+    const std::wstring wideName = WideFromUtf8(fileName);
+    if (wideName.empty() || !PathAppendW(path, wideName.c_str())) {
+        return LoadStep::kPathAppend;
+    }
+    HMODULE handle = LoadLibraryW(path);
+    if (handle == nullptr) {
+        return LoadStep::kLoadLibrary;
+    }
+    *module = reinterpret_cast<ModuleHandle>(handle);
+    return LoadStep::kLoaded;
+}
+
+ProcAddress FindSymbol(ModuleHandle module, const char* name) {
+    if (module == nullptr) {
+        return nullptr;
+    }
+    // Through a generic function pointer type: a direct cast trips -Wcast-function-type.
+    FARPROC proc = GetProcAddress(reinterpret_cast<HMODULE>(module), name);
+    return reinterpret_cast<ProcAddress>(proc);
+}
+
+void FreeModule(ModuleHandle module) {
+    if (module != nullptr) {
+        FreeLibrary(reinterpret_cast<HMODULE>(module));
+    }
+}
+
+std::string ExecutableDirectory() {
+    wchar_t path[kPathCapacity];
+    if (!ReadExecutablePath(path) || !PathRemoveFileSpecW(path)) {
+        return std::string();
+    }
+    return Utf8FromWide(path);
+}
+
+int64_t PerformanceCounter() {
+    LARGE_INTEGER counter;
+    QueryPerformanceCounter(&counter);
+    return counter.QuadPart;
+}
+
+int64_t PerformanceFrequency() {
+    LARGE_INTEGER frequency;
+    QueryPerformanceFrequency(&frequency);
+    return frequency.QuadPart;
+}
+
+void SleepMilliseconds(uint32_t milliseconds) {
+    Sleep(milliseconds);
+}
+
+}  // namespace platform
+}  // namespace OrbPerix
