@@ -161,7 +161,7 @@ void PERIXProviderManager::Finalize() {
         orbPerixHandler.PERIXRelease();
     }
     if (module != nullptr) {
-        platform::FreeModule(module);
+        platform::UnloadModule(module);
         module = nullptr;
     }
     isInitialized = false;

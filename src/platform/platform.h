@@ -39,7 +39,7 @@ LoadStep LoadModuleBesideExecutable(const char* fileName, ModuleHandle* module);
 ProcAddress FindSymbol(ModuleHandle module, const char* name);
 
 // Releases one load of `module`. A null handle is ignored.
-void FreeModule(ModuleHandle module);
+void UnloadModule(ModuleHandle module);
 
 // The directory of the running executable as UTF-8, without a trailing separator; empty on
 // failure. Used by tools and tests; the loader above works with the platform's own paths.

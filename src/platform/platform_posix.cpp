@@ -79,7 +79,7 @@ ProcAddress FindSymbol(ModuleHandle module, const char* name) {
     return reinterpret_cast<ProcAddress>(dlsym(module, name));
 }
 
-void FreeModule(ModuleHandle module) {
+void UnloadModule(ModuleHandle module) {
     if (module != nullptr) {
         dlclose(module);
     }

@@ -81,7 +81,7 @@ ProcAddress FindSymbol(ModuleHandle module, const char* name) {
     return reinterpret_cast<ProcAddress>(proc);
 }
 
-void FreeModule(ModuleHandle module) {
+void UnloadModule(ModuleHandle module) {
     if (module != nullptr) {
         FreeLibrary(reinterpret_cast<HMODULE>(module));
     }

@@ -98,6 +98,11 @@ struct GetterFailure {
     size_t engineCalls;   // getter calls made, the failing one included
 };
 
+std::string GetterName(const ::testing::TestParamInfo<GetterFailure>& param) {
+    static const char* const kNames[] = {"Main", "Button", "Audio", "RefreshSilently"};
+    return kNames[param.param.table];
+}
+
 class GetterFailures : public EngineTest, public ::testing::WithParamInterface<GetterFailure> {};
 
 TEST_P(GetterFailures, ReturnTheEngineResultAndLeaveTheManagerUninitialised) {
@@ -119,10 +124,7 @@ INSTANTIATE_TEST_SUITE_P(
                       GetterFailure{PERIX_SIM_BUTTON, -13, "buttonHandlerFun failed with ret ", 2},
                       GetterFailure{PERIX_SIM_AUDIO, 9, "audioHandlerFun failed with ret ", 3},
                       GetterFailure{PERIX_SIM_REFRESH, 5, nullptr, 4}),
-    [](const ::testing::TestParamInfo<GetterFailure>& info) {
-        const char* const names[] = {"Main", "Button", "Audio", "RefreshSilently"};
-        return std::string(names[info.param.table]);
-    });
+    GetterName);
 
 TEST_F(ManagerLifecycle, LogRegisterAndInitialFailuresAreLoggedAndReturned) {
     perix_sim_set_slot_result(PERIX_SIM_MAIN, 3, -13);
