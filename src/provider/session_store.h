@@ -15,11 +15,17 @@
 #include <map>
 #include <mutex>
 #include <string>
+#include <cstring>
 #include <string_view>
 
 #include "provider/base_provider.h"
 
 namespace OrbPerix {
+
+// The session key of a device-information record: its peer device id up to the first NUL.
+inline std::string_view PeerDeviceId(const PERIXInfo& info) noexcept {
+    return std::string_view(info.peerDeviceId, strnlen(info.peerDeviceId, sizeof(info.peerDeviceId)));
+}
 
 // What callers may copy out of a session without allocating.
 struct SessionFacts {

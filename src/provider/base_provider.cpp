@@ -1,0 +1,135 @@
+#include "provider/base_provider.h"
+
+#include <new>
+#include <string>
+
+#include "log/log.h"
+#include "platform/platform.h"
+#include "provider/session_store.h"
+
+namespace OrbPerix {
+
+int BaseProvider::CheckPerixInfoInner(const PERIXInfo* deviceInfo) {
+    static const char* const kScope = "OrbPerix::BaseProvider::CheckPerixInfoInner";
+    if (deviceInfo == nullptr) {
+        log::Trace(LOG_MESSAGE_ERROR, kScope, "Invalid para: deviceInfo is null");
+        return -2;
+    }
+    // The identifier arrays are inline, so for a non-null record they always exist; their
+    // lengths and contents are left to the engine on purpose (an empty id passes).
+    if (deviceInfo->serverPort < 0 || deviceInfo->connectType == 0) {
+        log::Trace(LOG_MESSAGE_ERROR, kScope,
+                   "Invalid para: serverPort is invalid or connectType is invalid");
+        return -2;
+    }
+    return 0;
+}
+
+void BaseProvider::DeviceChange(SessionStore& sessions, void* handle,
+                                const PerixDeviceChangeNotify* notify) {
+    static const char* const kScope = "OrbPerix::BaseProvider::DeviceChange";
+    if (notify == nullptr) {
+        log::Trace(LOG_MESSAGE_ERROR, kScope, "On DeviceChange, notify is null");
+        return;
+    }
+    SessionFacts facts;
+    if (!sessions.LookupByHandle(handle, &facts, nullptr) ||
+        facts.listener.onDeviceChange == nullptr) {
+        log::Trace(LOG_MESSAGE_ERROR, kScope, "On DeviceChange, Listen function is null");
+        return;
+    }
+    try {
+        DeviceChangeInfo info{std::string(notify->deviceId, notify->deviceIdLen), notify->word0,
+                              notify->word1};
+        facts.listener.onDeviceChange(&info);
+    } catch (const std::bad_alloc&) {
+        // The host record could not be built; the notification is dropped.
+    }
+}
+
+void BaseProvider::DeviceServiceChange(SessionStore& sessions, void* handle,
+                                       const PerixServiceChangeNotify* notify) {
+    static const char* const kScope = "OrbPerix::BaseProvider::DeviceServiceChange";
+    if (notify == nullptr) {
+        log::Trace(LOG_MESSAGE_ERROR, kScope, "On DeviceServiceChange, notify is null");
+        return;
+    }
+    SessionFacts facts;
+    if (!sessions.LookupByHandle(handle, &facts, nullptr) ||
+        facts.listener.onServiceChange == nullptr) {
+        log::Trace(LOG_MESSAGE_ERROR, kScope, "On DeviceServiceChange, Listen function is null");
+        return;
+    }
+    try {
+        ServiceChangeInfo info{std::string(notify->deviceId, notify->deviceIdLen),
+                               std::string(notify->serviceId, notify->serviceIdLen),
+                               notify->word0, notify->word1, notify->word2};
+        facts.listener.onServiceChange(&info);
+    } catch (const std::bad_alloc&) {
+        // The host record could not be built; the notification is dropped.
+    }
+}
+
+void BaseProvider::DataReceive(SessionStore& sessions, void* handle, const BinaryData* data) {
+    static const char* const kScope = "OrbPerix::BaseProvider::DataReceive";
+    if (data == nullptr || data->data == nullptr) {
+        log::Trace(LOG_MESSAGE_ERROR, kScope, "On DataReceive, data is null");
+        return;
+    }
+    SessionFacts facts;
+    std::string deviceId;
+    if (!sessions.LookupByHandle(handle, &facts, &deviceId) ||
+        facts.listener.onDataReceive == nullptr) {
+        log::Trace(LOG_MESSAGE_ERROR, kScope, "On DataReceive, Listen function is null");
+        return;
+    }
+    BinaryData copy{data->word0, data->word1, nullptr, data->len};
+    copy.data = new (std::nothrow) uint8_t[data->len];
+    if (copy.data == nullptr) {
+        log::Trace(LOG_MESSAGE_ERROR, kScope, "On DataReceive, new data failed: , dataLen: ",
+                   data->len);
+        return;
+    }
+    if (data->len > 0) {
+        const int copied = platform::BoundedCopy(copy.data, data->len, data->data, data->len);
+        if (copied != platform::kCopyOk) {
+            log::Trace(LOG_MESSAGE_ERROR, kScope, "On DataReceive, copy data failed: ", copied);
+            delete[] copy.data;
+            return;
+        }
+    }
+    try {
+        facts.listener.onDataReceive(deviceId, &copy);
+    } catch (const std::bad_alloc&) {
+        // The by-value device id could not be copied for the call.
+    }
+    delete[] copy.data;
+}
+
+uint32_t BaseProvider::ConvertAudioDeviceType(uint32_t type) {
+    switch (type) {
+        case 0: return 3;
+        case 1: return 2;
+        case 2: return 10;
+        case 3: return 9;
+        default:
+            log::Trace(LOG_MESSAGE_ERROR, "OrbPerix::BaseProvider::ConvertAudioDeviceType",
+                       "Invalid deviceType ", type, ", using default value");
+            return 3;
+    }
+}
+
+uint32_t BaseProvider::ConvertAudioServiceType(uint32_t type) {
+    switch (type) {
+        case 3: return 0;
+        case 2: return 1;
+        case 10: return 2;
+        case 9: return 3;
+        default:
+            log::Trace(LOG_MESSAGE_ERROR, "OrbPerix::BaseProvider::ConvertAudioServiceType",
+                       "Invalid serviceType ", type, ", using default value");
+            return 0;
+    }
+}
+
+}  // namespace OrbPerix

@@ -1,0 +1,196 @@
+// The input provider's button channel: open, close, write, the engine's button notification,
+// and the heartbeat thread that keeps the channel alive while input is recent.
+#include <cstring>
+#include <new>
+#include <string>
+#include <string_view>
+
+#include "log/log.h"
+#include "platform/platform.h"
+#include "provider/input_provider.h"
+
+namespace OrbPerix {
+
+namespace {
+
+constexpr uint32_t kButtonServiceType = 6;
+constexpr uint32_t kHeartbeatSize = 11;
+// A heartbeat goes out from 50 ms to 300000 ms after the last counted input.
+constexpr uint32_t kHeartbeatDelayMs = 50;
+constexpr uint32_t kHeartbeatWindowMs = 300000;
+constexpr uint32_t kHeartbeatPeriodMs = 40;
+constexpr uint32_t kIdlePollMs = 10;
+
+// The engine's identity of a button channel; points into `deviceId` and `serviceId`, which
+// must outlive the call that receives it.
+PerixButtonIdentity Identity(const std::string& deviceId, const std::string& serviceId) {
+    return PerixButtonIdentity{deviceId.c_str(), static_cast<uint32_t>(deviceId.size()),
+                               serviceId.c_str(), static_cast<uint32_t>(serviceId.size())};
+}
+
+}  // namespace
+
+int InputProvider::OpenButton(ServiceInfo* service, void* /*reserved*/) {
+    static const char* const kScope = "OrbPerix::InputProvider::OpenButton";
+    if (service == nullptr) {
+        return -2;
+    }
+    if (service->serviceType != kButtonServiceType) {
+        log::Trace(LOG_MESSAGE_ERROR, kScope, "OpenButton failed, type Invalid: ",
+                   service->serviceType);
+        return -2;
+    }
+    // The heartbeat later writes to the service stored here.
+    if (!InputKind::Sessions().SetServiceId(service->deviceId, service->serviceId)) {
+        log::Trace(LOG_MESSAGE_ERROR, kScope, "OpenButton failed, sessionInfo is null.");
+        return -2;
+    }
+    const PerixButtonIdentity identity = Identity(service->deviceId, service->serviceId);
+    const int opened = InputGlobals().buttonOpen.load(std::memory_order_relaxed)(&identity);
+    if (opened != 0) {
+        log::Trace(LOG_MESSAGE_ERROR, kScope, "ButtonOpen failed with ret=", opened);
+        return opened;
+    }
+    // buttonOpened waits for the peer's notification.
+    return 0;
+}
+
+int InputProvider::CloseButton(ServiceInfo* service, void* /*reserved1*/, void* /*reserved2*/) {
+    static const char* const kScope = "OrbPerix::InputProvider::CloseButton";
+    if (service == nullptr) {
+        log::Trace(LOG_MESSAGE_ERROR, kScope, "CloseButton service is null");
+        return -2;
+    }
+    if (service->serviceType != kButtonServiceType) {
+        log::Trace(LOG_MESSAGE_ERROR, kScope, "CloseButton failed, type Invalid: ",
+                   service->serviceType);
+        return -2;
+    }
+    const PerixButtonIdentity identity = Identity(service->deviceId, service->serviceId);
+    const int closed = InputGlobals().buttonClose.load(std::memory_order_relaxed)(&identity);
+    if (closed != 0) {
+        log::Trace(LOG_MESSAGE_ERROR, kScope, "ButtonClose failed with ret=", closed);
+        return closed;
+    }
+    InputGlobals().buttonOpened.store(false, std::memory_order_relaxed);
+    return 0;
+}
+
+int InputProvider::ButtonWriteStreamBuffer(ServiceInfo* service, uint8_t* data, uint32_t len) {
+    if (service == nullptr) {
+        return -2;
+    }
+    const PerixButtonIdentity identity = Identity(service->deviceId, service->serviceId);
+    const PerixDataBuffer buffer{data, len};
+    const int written =
+        InputGlobals().buttonWrite.load(std::memory_order_relaxed)(&identity, &buffer);
+    if (written != 0) {
+        log::Trace(LOG_MESSAGE_ERROR, "OrbPerix::InputProvider::ButtonWriteStreamBuffer",
+                   "ButtonWriteStreamBuffer failed with ret=", written);
+    }
+    return written;
+}
+
+int InputProvider::ButtonNotify(const void* identityRecord, const void* notifyRecord) {
+    static const char* const kScope = "OrbPerix::InputProvider::ButtonNotify";
+    const auto* identity = static_cast<const PerixButtonIdentity*>(identityRecord);
+    const auto* notify = static_cast<const PerixButtonNotify*>(notifyRecord);
+    SessionFacts facts;
+    // A missing record names no session, so it is reported as a missing listener.
+    if (identity == nullptr || notify == nullptr || identity->deviceId == nullptr ||
+        !InputKind::Sessions().Lookup(std::string_view(identity->deviceId, identity->deviceIdLen),
+                                      &facts) ||
+        facts.listener.onButtonNotify == nullptr) {
+        log::Trace(LOG_MESSAGE_ERROR, kScope, "On ButtonNotify, Listen function is null");
+        return -13;
+    }
+    ButtonNotifyInfo info{notify->word0, notify->word1, notify->dataLen, nullptr};
+    if (notify->dataLen > 0 && notify->dataExtend != nullptr) {
+        info.dataExtend = new (std::nothrow) uint8_t[notify->dataLen];
+        if (info.dataExtend == nullptr) {
+            log::Trace(LOG_MESSAGE_ERROR, kScope,
+                       "On ButtonNotify, new dataExtend failed: , dataLen: ", notify->dataLen);
+            return -13;
+        }
+        const int copied = platform::BoundedCopy(info.dataExtend, notify->dataLen,
+                                                 notify->dataExtend, notify->dataLen);
+        if (copied != platform::kCopyOk) {
+            log::Trace(LOG_MESSAGE_ERROR, kScope, "ButtonNotify, copy data failed: ", copied);
+            delete[] info.dataExtend;
+            return copied;
+        }
+    }
+    try {
+        ServiceInfo service{std::string(identity->deviceId, identity->deviceIdLen),
+                            identity->serviceId != nullptr
+                                ? std::string(identity->serviceId, identity->serviceIdLen)
+                                : std::string(),
+                            kButtonServiceType};
+        facts.listener.onButtonNotify(&service, &info);
+    } catch (const std::bad_alloc&) {
+        // The host's service record could not be built; the notification is dropped.
+    }
+    if (notify->word0 == 1 && notify->word1 == 0) {
+        InputGlobals().buttonOpened.store(true, std::memory_order_relaxed);
+    }
+    delete[] info.dataExtend;
+    return 0;
+}
+
+void InputProvider::SendButtonHeart(uint8_t* buffer) {
+    static const char* const kScope = "OrbPerix::InputProvider::SendButtonHeart";
+    std::string deviceId;
+    std::string serviceId;
+    if (!InputKind::Sessions().FirstWithService(&deviceId, &serviceId)) {
+        log::Trace(LOG_MESSAGE_ERROR, kScope, "SendButtonHeart: sessionInfo is null");
+        return;
+    }
+    const PerixButtonIdentity identity = Identity(deviceId, serviceId);
+    const PerixDataBuffer packet{buffer, kHeartbeatSize};
+    const int written =
+        InputGlobals().buttonWrite.load(std::memory_order_relaxed)(&identity, &packet);
+    if (written != 0) {
+        log::Trace(LOG_MESSAGE_ERROR, kScope, "SendButtonHeart failed with ret=", written);
+    }
+}
+
+void InputProvider::ButtonHeart(const std::atomic<bool>* stop, const std::atomic<bool>* released) {
+    InputState& g = InputGlobals();
+    uint8_t* buffer = new (std::nothrow) uint8_t[kHeartbeatSize];
+    if (buffer == nullptr) {
+        log::Trace(LOG_MESSAGE_ERROR, "OrbPerix::InputProvider::ButtonHeart",
+                   "ButtonHeart failed: new buttonDataBuffer error");
+        return;
+    }
+    // The heartbeat packet: ten zero bytes and 0xFF.
+    std::memset(buffer, 0, kHeartbeatSize);
+    buffer[kHeartbeatSize - 1] = 0xFF;
+
+    // Init sets heartbeatRunning right after the launch and then releases this thread, so the
+    // one check below sees Init's value rather than racing it.
+    while (!released->load(std::memory_order_acquire)) {
+        std::this_thread::yield();
+    }
+    if (!g.heartbeatRunning.load(std::memory_order_relaxed)) {
+        delete[] buffer;
+        return;
+    }
+    while (g.heartbeatRunning.load(std::memory_order_relaxed) &&
+           !stop->load(std::memory_order_relaxed)) {
+        const uint32_t last = g.lastInputTime.load(std::memory_order_relaxed);
+        if (g.buttonOpened.load(std::memory_order_relaxed) && last != 0) {
+            const uint32_t age = NowMilliseconds() - last;
+            // One unsigned comparison covers both bounds: ages below 50 ms wrap to large values.
+            if (age - kHeartbeatDelayMs <= kHeartbeatWindowMs - kHeartbeatDelayMs) {
+                SendButtonHeart(buffer);
+                platform::SleepMilliseconds(kHeartbeatPeriodMs);
+                continue;
+            }
+        }
+        // Idle, too early or too late: poll again shortly (never spin).
+        platform::SleepMilliseconds(kIdlePollMs);
+    }
+    delete[] buffer;
+}
+
+}  // namespace OrbPerix
