@@ -1,0 +1,66 @@
+// The logging facility as the sink stand-ins see it.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "SinkTestApi.h"
+#include "log/log.h"
+#include "log_capture.h"
+
+namespace {
+
+using OrbPerix::log::Manager;
+using OrbPerix::log::Trace;
+
+TEST(Logging, ConcurrentFirstManagerLinesBuildOneTagLogger) {
+    // Each CTest test runs in a process of its own, so these are the process's first lines.
+    ClearLogs();
+    const int before = corvus_test_logger_constructions();
+    constexpr int kThreads = 8;
+    std::atomic<int> ready{0};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < kThreads; ++i) {
+        threads.emplace_back([&ready, i] {
+            ready.fetch_add(1);
+            while (ready.load() < kThreads) {
+                std::this_thread::yield();
+            }
+            Manager(LOG_MESSAGE_INFO, "OrbPerix::Test::Concurrent", "line ", i);
+        });
+    }
+    for (std::thread& t : threads) {
+        t.join();
+    }
+    EXPECT_LE(corvus_test_logger_constructions() - before, 1);
+    EXPECT_GE(corvus_test_logger_constructions(), 1);
+    char tag[32];
+    corvus_test_last_tag(tag, sizeof(tag));
+    EXPECT_STREQ("VantraMirror", tag);
+    EXPECT_EQ(static_cast<size_t>(kThreads), TagLines().size());
+    EXPECT_EQ(static_cast<size_t>(kThreads), TraceLines().size());
+}
+
+TEST(Logging, ManagerLineGoesToBothSinksTraceLineOnlyToQxLogger) {
+    ClearLogs();
+    Manager(LOG_MESSAGE_ERROR, "OrbPerix::PERIXProviderManager::Initialize",
+            "PERIXInitial failed with ret ", -13);
+    Trace(LOG_MESSAGE_INFO, "OrbPerix::BaseProvider::DeviceChange", "provider line");
+    EXPECT_EQ((std::vector<LogLine>{{4, "PERIXInitial failed with ret -13"}}), TagLines());
+    EXPECT_EQ((std::vector<LogLine>{
+                  {4, "PERIXInitial failed with ret -13(OrbPerix::PERIXProviderManager::Initialize)"},
+                  {3, "provider line(OrbPerix::BaseProvider::DeviceChange)"}}),
+              TraceLines());
+}
+
+TEST(Logging, NarrowWideAndNumericPartsFormAsAStreamWouldWriteThem) {
+    ClearLogs();
+    const std::string device = "peer-\xC3\xA9";  // narrow bytes are widened one by one
+    Trace(LOG_MESSAGE_ERROR, "S", L"wide ", "narrow ", device, " ", 4294967295u, " ", -5);
+    ASSERT_EQ(1u, TraceLines().size());
+    EXPECT_EQ("wide narrow peer-\xC3\x83\xC2\xA9 4294967295 -5(S)", TraceLines()[0].text);
+}
+
+}  // namespace
