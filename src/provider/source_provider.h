@@ -1,0 +1,118 @@
+// SourceProvider: the provider of the sending side. Per peer it keeps one engine service
+// handle and the host's listener (in the source kind's process-wide session store), opens the
+// audio and partial-refresh channels, writes stream buffers and hands the engine's audio and
+// partial-refresh deliveries to the host's listener as private copies.
+//
+// Its connection and services operations are SessionOps<SourceKind>, the code it shares with
+// the input provider. The session store, the initialised flag and the time base are class-wide:
+// shared by every SourceProvider in the process, separate from the input provider's.
+//
+// Threading: host threads call the operations; AudioNotify, PartialRefreshNotify and the
+// engine listener functions run on engine threads. The store's lock is never held while the
+// engine or a host listener runs. The channel operations take no lock.
+#ifndef ORBPERIX_SRC_PROVIDER_SOURCE_PROVIDER_H_
+#define ORBPERIX_SRC_PROVIDER_SOURCE_PROVIDER_H_
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+
+#include "orbperix/engine_tables.h"
+#include "orbperix/providers.h"
+#include "provider/base_provider.h"
+#include "provider/session_ops.h"
+#include "provider/session_store.h"
+
+namespace OrbPerix {
+
+// The source kind's class-wide state, as SessionOps expects it.
+struct SourceKind {
+    static constexpr char kScopePrefix[] = "OrbPerix::SourceProvider::";
+    static constexpr char kInitializeFirst[] = "Please initialize SourceProvider first";
+    // Process-wide; lives until the library is unloaded.
+    static SessionStore& Sessions() noexcept;
+    static bool Initialized() noexcept;
+};
+
+class SourceProvider : public ISourceProvider, public BaseProvider {
+public:
+    // Copies the three tables, clears the class-wide initialised flag and restarts the
+    // class-wide time base (frequency, then counter).
+    SourceProvider(const OrbPERIXHandler& handler, const AudioHandlerSource& audio,
+                   const RefreshHandlerSource& refresh);
+    // Tears down every source session when the kind is initialised; never throws.
+    ~SourceProvider() override;
+
+    SourceProvider(const SourceProvider&) = delete;
+    SourceProvider& operator=(const SourceProvider&) = delete;
+
+    int Init() override;
+    void DeInit() override;
+    int ConnectDevice(PERIXInfo* deviceInfo) override;
+    int DisconnectDevice(PERIXInfo* deviceInfo) override;
+    // Creates the session and handle, then registers the engine listener, the audio callback
+    // and the refresh callback, stopping at the first failure (nothing is rolled back).
+    int RegisterPERIXListener(PERIXInfo* deviceInfo, ProviderListener* listener) override;
+    int UnRegisterListener(PERIXInfo* deviceInfo) override;
+    int RegisterDataListener(const std::string* deviceId, uint32_t type, void* callback) override;
+    int UnRegisterDataListener(const std::string* deviceId, uint32_t type) override;
+    int SendData(const std::string* deviceId, BinaryData* data) override;
+    int SendDataNoResult(const std::string* deviceId, BinaryData* data) override;
+    int StartDeviceService(ServiceInfo* service, void* reserved) override;
+    int StopDeviceService(ServiceInfo* service) override;
+    void RegisterEventCallback(std::string deviceId, uint32_t type, void* callback) override;
+
+    // Audio channel (source_audio.cpp).
+    int OpenAudio(ServiceInfo* service, AudioParam* audioParam) override;
+    int CloseAudio(ServiceInfo* service) override;
+    // Per-buffer path: no copy, no log, no lock; the caller's buffer goes to the engine.
+    void AudioWriteStreamBuffer(ServiceInfo* service, uint8_t* data, uint32_t length) override;
+    int AudioPassThrough(void* a, void* b) override;
+
+    // Partial-refresh channel (source_refresh.cpp); service type 11 only for open and close.
+    int OpenPartialRefresh(ServiceInfo* service) override;
+    int ClosePartialRefresh(ServiceInfo* service) override;
+    // Records the write time, then hands the caller's buffer to the engine (no copy).
+    int PartialRefreshWriteStreamBuffer(ServiceInfo* service, uint8_t* data,
+                                        int32_t length) override;
+
+    void SendBinaryData(const std::string* deviceId, BinaryData* data) override;
+    int SendByHandler(void* a, void* b, void* c) override;
+
+    // Engine-thread callbacks of the audio and refresh channels. Each delivery reaches the
+    // listener of the session named by the record's device id as one private heap copy, freed
+    // when the listener returns. 0 after the listener ran; -13 no session, no listener or no
+    // memory; 22/34 a failed copy; -2 a null engine record.
+    static int AudioNotify(const void* serviceId, const void* audioData);
+    static int PartialRefreshNotify(const void* serviceId, const void* refreshData);
+
+    // Milliseconds since the kind's time base at the last accepted refresh write.
+    uint32_t LastWriteTimeMs() const noexcept {
+        return lastWriteTimeMs_.load(std::memory_order_relaxed);
+    }
+
+private:
+    void TearDown() noexcept;
+
+    SessionOps<SourceKind> ops_;  // main table copy, engine listener, provider mutex, handle
+    const AudioHandlerSource audio_;
+    const RefreshHandlerSource refresh_;
+    // Constant for the provider's life, so that a registration on one host thread never
+    // writes what the engine may be reading for another.
+    const PerixStreamCallback audioCallback_;
+    const PerixStreamCallback refreshCallback_;
+    std::atomic<uint32_t> lastWriteTimeMs_{0};
+};
+
+// The source kind's class-wide flag and time base (relaxed atomics: providers are created,
+// initialised and written to from different host threads).
+struct SourceClassState {
+    std::atomic<bool> initialized{false};
+    std::atomic<int64_t> clockStart{0};
+    std::atomic<int64_t> clockFrequency{1};
+};
+SourceClassState& SourceState() noexcept;
+
+}  // namespace OrbPerix
+
+#endif  // ORBPERIX_SRC_PROVIDER_SOURCE_PROVIDER_H_

@@ -1,0 +1,109 @@
+// The source provider's partial-refresh channel (service type 11): open, close, the write path
+// with its recorded write time, and the engine's partial-refresh deliveries.
+#include "log/log.h"
+#include "platform/platform.h"
+#include "provider/source_provider.h"
+#include "provider/source_stream.h"
+
+namespace OrbPerix {
+
+namespace {
+
+constexpr uint32_t kPartialRefreshServiceType = 11;
+
+// The engine's identity of a host service; the engine type field is left 0 on this channel.
+PerixServiceId RefreshServiceId(const ServiceInfo& service) noexcept {
+    return PerixServiceId{service.deviceId.data(),
+                          static_cast<uint32_t>(service.deviceId.size()),
+                          service.serviceId.data(),
+                          static_cast<uint32_t>(service.serviceId.size()), 0};
+}
+
+struct RefreshChannel {
+    using Record = PartialRefreshData;
+    static constexpr auto kListener = &ProviderListener::onPartialRefreshData;
+    static constexpr const char* kScope = "OrbPerix::SourceProvider::PartialRefreshNotify";
+    static constexpr const char* kNoListener = "On PartialRefreshNotify, Listen function is null";
+    static constexpr const char* kNewFailed =
+        "On PartialRefreshNotify, new dataExtend failed: , dataLen: ";
+    static constexpr const char* kCopyFailed = "PartialRefreshNotify, copy data failed: ";
+    static uint32_t HostServiceType(uint32_t) noexcept { return kPartialRefreshServiceType; }
+    static void Fill(PartialRefreshData& record, uint32_t a, uint32_t b, uint32_t length,
+                     uint8_t* data) noexcept {
+        record.a = a;
+        record.b = b;
+        record.reserved = 0;
+        record.dataLen = length;
+        record.data = data;
+    }
+};
+
+// Open and close differ only in the engine entry and their texts.
+int OpenOrClose(int (*entry)(const PerixServiceId*, void*, void*), ServiceInfo* service,
+                const char* scope, const char* nullMessage, const char* typeMessage,
+                const char* failedMessage) {
+    if (service == nullptr) {
+        log::Trace(LOG_MESSAGE_ERROR, scope, nullMessage);
+        return -2;
+    }
+    if (service->serviceType != kPartialRefreshServiceType) {
+        log::Trace(LOG_MESSAGE_ERROR, scope, typeMessage, service->serviceType);
+        return -2;
+    }
+    const PerixServiceId id = RefreshServiceId(*service);
+    const int r = entry(&id, nullptr, nullptr);
+    if (r != 0) {
+        log::Trace(LOG_MESSAGE_ERROR, scope, failedMessage, r);
+        return r;
+    }
+    return 0;
+}
+
+}  // namespace
+
+int SourceProvider::OpenPartialRefresh(ServiceInfo* service) {
+    return OpenOrClose(refresh_.PartialRefreshOpen, service,
+                       "OrbPerix::SourceProvider::OpenPartialRefresh",
+                       "OpenPartialRefresh service is null",
+                       "OpenPartialRefresh failed, type Invalid: ",
+                       "OpenPartialRefresh failed with ret=");
+}
+
+int SourceProvider::ClosePartialRefresh(ServiceInfo* service) {
+    return OpenOrClose(refresh_.PartialRefreshClose, service,
+                       "OrbPerix::SourceProvider::ClosePartialRefresh",
+                       "ClosePartialRefresh service is null",
+                       "ClosePartialRefresh failed, type Invalid: ",
+                       "ClosePartialRefresh failed with ret=");
+}
+
+int SourceProvider::PartialRefreshWriteStreamBuffer(ServiceInfo* service, uint8_t* data,
+                                                    int32_t length) {
+    static const char* const kScope = "OrbPerix::SourceProvider::PartialRefreshWriteStreamBuffer";
+    // A negative length is the engine's to judge.
+    if (service == nullptr || data == nullptr || length == 0) {
+        log::Trace(LOG_MESSAGE_ERROR, kScope, "PartialRefreshWriteStreamBuffer failed: invalid parameter");
+        return -2;
+    }
+    const SourceClassState& state = SourceState();
+    const int64_t frequency = state.clockFrequency.load(std::memory_order_relaxed);
+    const int64_t elapsed =
+        platform::PerformanceCounter() - state.clockStart.load(std::memory_order_relaxed);
+    const int64_t ms = frequency > 0 ? elapsed * 1000 / frequency : 0;
+    lastWriteTimeMs_.store(static_cast<uint32_t>(ms), std::memory_order_relaxed);
+
+    const PerixServiceId id = RefreshServiceId(*service);
+    const PerixDataBuffer buffer{data, static_cast<uint32_t>(length)};
+    const int r = refresh_.PartialRefreshWriteStreamBuffer(&id, &buffer);
+    if (r != 0) {
+        log::Trace(LOG_MESSAGE_ERROR, kScope, "PartialRefreshWriteStreamBuffer failed with ret=", r);
+        return r;
+    }
+    return 0;
+}
+
+int SourceProvider::PartialRefreshNotify(const void* serviceId, const void* refreshData) {
+    return DeliverStream<RefreshChannel>(serviceId, refreshData);
+}
+
+}  // namespace OrbPerix

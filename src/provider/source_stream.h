@@ -1,0 +1,82 @@
+// The delivery of one engine stream notification (audio or partial refresh) to the host's
+// listener, written once for both channels: each channel supplies a Channel traits type with
+//   using Record = AudioData / PartialRefreshData;  the record the listener receives
+//   static constexpr auto kListener;                 its ProviderListener entry
+//   static uint32_t HostServiceType(uint32_t engineType);
+//   static void Fill(Record&, a, b, length, data);   where the length and pointer go
+//   kScope, kNoListener, kNewFailed, kCopyFailed;    its log scope and messages
+//
+// Runs on an engine thread. The session store's lock is held only to copy the listener out;
+// the listener runs with no lock of this library held.
+#ifndef ORBPERIX_SRC_PROVIDER_SOURCE_STREAM_H_
+#define ORBPERIX_SRC_PROVIDER_SOURCE_STREAM_H_
+
+#include <new>
+#include <string>
+#include <string_view>
+
+#include "log/log.h"
+#include "orbperix/engine_tables.h"
+#include "platform/platform.h"
+#include "provider/source_provider.h"
+
+namespace OrbPerix {
+
+// The engine's text: pointer and length; a null pointer reads as empty.
+inline std::string_view EngineText(const char* text, uint32_t length) noexcept {
+    return text != nullptr ? std::string_view(text, length) : std::string_view();
+}
+
+template <typename Channel>
+int DeliverStream(const void* serviceIdRecord, const void* dataRecord) noexcept {
+    const auto* id = static_cast<const PerixServiceId*>(serviceIdRecord);
+    const auto* notify = static_cast<const PerixStreamNotify*>(dataRecord);
+    if (id == nullptr || notify == nullptr) {
+        return -2;
+    }
+    const std::string_view deviceId = EngineText(id->deviceId, id->deviceIdLen);
+    SessionFacts facts;
+    if (!SourceKind::Sessions().Lookup(deviceId, &facts) ||
+        facts.listener.*Channel::kListener == nullptr) {
+        log::Trace(LOG_MESSAGE_ERROR, Channel::kScope, Channel::kNoListener);
+        return -13;
+    }
+    try {
+        ServiceInfo service{std::string(deviceId),
+                            std::string(EngineText(id->serviceId, id->serviceIdLen)),
+                            Channel::HostServiceType(id->serviceType)};
+        typename Channel::Record record{};
+        uint8_t* copy = nullptr;
+        uint32_t length = 0;
+        if (notify->dataLen != 0 && notify->data != nullptr) {
+            length = notify->dataLen;
+            copy = new (std::nothrow) uint8_t[length];
+            if (copy == nullptr) {
+                log::Trace(LOG_MESSAGE_ERROR, Channel::kScope, Channel::kNewFailed, length);
+                return -13;
+            }
+            const int copied = platform::BoundedCopy(copy, length, notify->data, length);
+            if (copied != platform::kCopyOk) {
+                log::Trace(LOG_MESSAGE_ERROR, Channel::kScope, Channel::kCopyFailed, copied);
+                delete[] copy;
+                return copied;
+            }
+        }
+        Channel::Fill(record, notify->a, notify->b, length, copy);
+        // The listener's result is not ours to interpret. A listener that throws is the
+        // host's fault; the copy is still freed and nothing escapes to the engine.
+        try {
+            (facts.listener.*Channel::kListener)(&service, &record);
+        } catch (...) {
+        }
+        delete[] copy;
+        return 0;
+    } catch (const std::bad_alloc&) {
+        // The device or service id could not be copied for the listener.
+        return -13;
+    }
+}
+
+}  // namespace OrbPerix
+
+#endif  // ORBPERIX_SRC_PROVIDER_SOURCE_STREAM_H_
