@@ -6,6 +6,8 @@
 #include <vector>
 
 #include "perix_sim.h"
+#include "perix_sim_peer.h"
+#include "sim_peer_hooks.h"
 
 namespace {
 
@@ -244,7 +246,9 @@ int SimButtonRegisterCallback(const PerixButtonCallback* callback) {
 int SimButtonOpen(const PerixButtonIdentity* identity) {
     perix_sim_call c = Begin(PERIX_SIM_BUTTON, 1, P(identity));
     SetIdentity(c, identity);
-    return Result(c);
+    const int result = Result(c);
+    perix_sim_peer::OnButtonOpen(identity, result);  // the peer may report the channel open
+    return result;
 }
 int SimButtonClose(const PerixButtonIdentity* identity) {
     perix_sim_call c = Begin(PERIX_SIM_BUTTON, 2, P(identity));
@@ -253,13 +257,18 @@ int SimButtonClose(const PerixButtonIdentity* identity) {
 }
 int SimButtonWriteStreamBuffer(const PerixButtonIdentity* identity,
                                const PerixDataBuffer* buffer) {
+    if (perix_sim_peer::BareWrite()) {
+        return 0;
+    }
     perix_sim_call c = Begin(PERIX_SIM_BUTTON, 3, P(identity), P(buffer));
     SetIdentity(c, identity);
     if (buffer != nullptr) {
         c.args[2] = P(buffer->data);
         c.values[2] = buffer->len;
     }
-    return Result(c);
+    const int result = Result(c);
+    perix_sim_peer::OnButtonWrite(identity, buffer);  // the peer keeps and decodes the packet
+    return result;
 }
 
 // ---- AudioHandlerSource ----
@@ -457,6 +466,7 @@ PERIX_SIM_API int PERIXGetRefreshHandlerSource(RefreshHandlerSource* table) {
 // ---- Control interface ----
 
 void perix_sim_reset(void) {
+    perix_sim_peer_reset();
     Engine& e = E();
     std::lock_guard<std::mutex> lock(e.mutex);
     e.calls.clear();
