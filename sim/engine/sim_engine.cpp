@@ -6,6 +6,8 @@
 #include <vector>
 
 #include "perix_sim.h"
+#include "perix_sim_streams.h"
+#include "sim_streams_hooks.h"
 #include "perix_sim_peer.h"
 #include "sim_peer_hooks.h"
 
@@ -302,18 +304,29 @@ int SimAudioOpen(const PerixServiceId* service, const AudioParam* param) {
         c.values[3] = param->param0;
         c.values[4] = param->param6;
     }
-    return Result(c);
+    const int result = Result(c);
+    if (result == 0) {
+        perix_sim_streams::OnOpen(PERIX_SIM_STREAM_AUDIO, service);
+    }
+    return result;
 }
 int SimAudioClose(const PerixServiceId* service) {
     perix_sim_call c = Begin(PERIX_SIM_AUDIO, 3, P(service));
     SetServiceId(c, service);
-    return Result(c);
+    const int result = Result(c);
+    if (result == 0) {
+        perix_sim_streams::OnClose(PERIX_SIM_STREAM_AUDIO, service);
+    }
+    return result;
 }
 int SimAudioReserved4(void) {
     perix_sim_call c = Begin(PERIX_SIM_AUDIO, 4);
     return Result(c);
 }
 int SimAudioWriteStreamBuffer(const PerixServiceId* service, const PerixAudioBuffer* buffer) {
+    if (perix_sim_streams::BareWrite()) {
+        return 0;
+    }
     perix_sim_call c = Begin(PERIX_SIM_AUDIO, 5, P(service), P(buffer));
     SetServiceId(c, service);
     if (buffer != nullptr) {
@@ -322,7 +335,11 @@ int SimAudioWriteStreamBuffer(const PerixServiceId* service, const PerixAudioBuf
         c.values[4] = buffer->fixed3;
         c.values[5] = static_cast<uint32_t>(buffer->fixed1);
     }
-    return Result(c);
+    const int result = Result(c);
+    if (result == 0 && buffer != nullptr) {
+        perix_sim_streams::OnWrite(PERIX_SIM_STREAM_AUDIO, service, buffer->data, buffer->length);
+    }
+    return result;
 }
 int SimAudioPassThrough(void* a, void* b) {
     perix_sim_call c = Begin(PERIX_SIM_AUDIO, 6, P(a), P(b));
@@ -347,22 +364,37 @@ int SimRefreshRegisterCallback(const PerixStreamCallback* callback) {
 int SimPartialRefreshOpen(const PerixServiceId* service, void* a, void* b) {
     perix_sim_call c = Begin(PERIX_SIM_REFRESH, 1, P(service), P(a), P(b));
     SetServiceId(c, service);
-    return Result(c);
+    const int result = Result(c);
+    if (result == 0) {
+        perix_sim_streams::OnOpen(PERIX_SIM_STREAM_REFRESH, service);
+    }
+    return result;
 }
 int SimPartialRefreshClose(const PerixServiceId* service, void* a, void* b) {
     perix_sim_call c = Begin(PERIX_SIM_REFRESH, 2, P(service), P(a), P(b));
     SetServiceId(c, service);
-    return Result(c);
+    const int result = Result(c);
+    if (result == 0) {
+        perix_sim_streams::OnClose(PERIX_SIM_STREAM_REFRESH, service);
+    }
+    return result;
 }
 int SimPartialRefreshWriteStreamBuffer(const PerixServiceId* service,
                                        const PerixDataBuffer* buffer) {
+    if (perix_sim_streams::BareWrite()) {
+        return 0;
+    }
     perix_sim_call c = Begin(PERIX_SIM_REFRESH, 3, P(service), P(buffer));
     SetServiceId(c, service);
     if (buffer != nullptr) {
         c.args[2] = P(buffer->data);
         c.values[3] = buffer->len;
     }
-    return Result(c);
+    const int result = Result(c);
+    if (result == 0 && buffer != nullptr) {
+        perix_sim_streams::OnWrite(PERIX_SIM_STREAM_REFRESH, service, buffer->data, buffer->len);
+    }
+    return result;
 }
 
 // Records a getter call and gives its configured result; the table is filled only on 0.
@@ -467,6 +499,7 @@ PERIX_SIM_API int PERIXGetRefreshHandlerSource(RefreshHandlerSource* table) {
 
 void perix_sim_reset(void) {
     perix_sim_peer_reset();
+    perix_sim_streams_reset();
     Engine& e = E();
     std::lock_guard<std::mutex> lock(e.mutex);
     e.calls.clear();

@@ -1,0 +1,307 @@
+// The simulated peer's stream side: records of what arrives on the audio and refresh channels,
+// and a worker thread that makes the peer's deliveries back to the host.
+#include <atomic>
+#include <condition_variable>
+#include <cstring>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <set>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "perix_sim_streams.h"
+#include "sim_streams_hooks.h"
+
+namespace {
+
+constexpr int kChannels = 2;
+constexpr int kKinds = 2;
+constexpr uint32_t kUnreadableBit = 0x80000000u;
+
+std::string Text(const char* text, uint32_t length) {
+    return text != nullptr ? std::string(text, length) : std::string();
+}
+
+struct Delivery {
+    int kind = 0;
+    std::string deviceId;
+    std::string serviceId;
+    uint32_t words[3] = {};
+    uint32_t engineType = 0;
+    bool hasData = false;
+    std::vector<uint8_t> data;
+    uint32_t length = 0;
+};
+
+struct Channel {
+    perix_sim_stream_stats stats{};
+    std::set<std::pair<std::string, std::string>> open;
+};
+
+class Streams {
+public:
+    ~Streams() { Stop(); }
+
+    void Open(int channel, const PerixServiceId* service) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        Channel& c = channels_[channel];
+        ++c.stats.opens;
+        if (service != nullptr) {
+            c.open.insert(Key(*service));
+        }
+        c.stats.openServices = static_cast<uint32_t>(c.open.size());
+    }
+
+    void Close(int channel, const PerixServiceId* service) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        Channel& c = channels_[channel];
+        ++c.stats.closes;
+        if (service != nullptr) {
+            c.open.erase(Key(*service));
+        }
+        c.stats.openServices = static_cast<uint32_t>(c.open.size());
+    }
+
+    void Write(int channel, const PerixServiceId* service, const uint8_t* data, uint32_t length) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        Channel& c = channels_[channel];
+        ++c.stats.buffers;
+        c.stats.lastLength = length;
+        if (service == nullptr || c.open.count(Key(*service)) == 0) {
+            ++c.stats.toClosedService;
+        }
+        if ((length & kUnreadableBit) != 0 || (data == nullptr && length != 0)) {
+            ++c.stats.unreadable;
+            return;
+        }
+        c.stats.bytes += length;
+        c.stats.checksum = perix_sim_fnv1a(c.stats.checksum, data, length);
+    }
+
+    int Stats(int channel, perix_sim_stream_stats* out) {
+        if (channel < 0 || channel >= kChannels || out == nullptr) {
+            return -1;
+        }
+        std::lock_guard<std::mutex> lock(mutex_);
+        *out = channels_[channel].stats;
+        return 0;
+    }
+
+    int Queue(std::unique_ptr<Delivery> delivery) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (!worker_.joinable()) {
+            stopping_ = false;
+            worker_ = std::thread([this] { Run(); });
+        }
+        ++deliveries_[delivery->kind].queued;
+        queue_.push_back(std::move(delivery));
+        wake_.notify_all();
+        return 0;
+    }
+
+    void Flush() {
+        std::unique_lock<std::mutex> lock(mutex_);
+        idle_.wait(lock, [this] { return (queue_.empty() && !busy_) || !worker_.joinable(); });
+    }
+
+    int DeliveryStats(int kind, perix_sim_delivery_stats* out) {
+        if (kind < 0 || kind >= kKinds || out == nullptr) {
+            return -1;
+        }
+        std::lock_guard<std::mutex> lock(mutex_);
+        *out = deliveries_[kind];
+        return 0;
+    }
+
+    void Reset() {
+        Stop();
+        std::lock_guard<std::mutex> lock(mutex_);
+        queue_.clear();
+        for (Channel& c : channels_) {
+            c = Channel();
+            c.stats.checksum = PERIX_SIM_FNV1A_BASIS;
+        }
+        for (perix_sim_delivery_stats& d : deliveries_) {
+            d = perix_sim_delivery_stats{};
+        }
+    }
+
+    Streams() {
+        for (Channel& c : channels_) {
+            c.stats.checksum = PERIX_SIM_FNV1A_BASIS;
+        }
+    }
+
+private:
+    static std::pair<std::string, std::string> Key(const PerixServiceId& service) {
+        return {Text(service.deviceId, service.deviceIdLen),
+                Text(service.serviceId, service.serviceIdLen)};
+    }
+
+    void Stop() {
+        std::thread worker;
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            stopping_ = true;
+            wake_.notify_all();
+            worker = std::move(worker_);
+        }
+        if (worker.joinable()) {
+            worker.join();
+        }
+        std::lock_guard<std::mutex> lock(mutex_);
+        busy_ = false;
+        idle_.notify_all();
+    }
+
+    void Run() {
+        std::unique_lock<std::mutex> lock(mutex_);
+        for (;;) {
+            wake_.wait(lock, [this] { return stopping_ || !queue_.empty(); });
+            if (stopping_) {
+                return;
+            }
+            std::unique_ptr<Delivery> next = std::move(queue_.front());
+            queue_.pop_front();
+            busy_ = true;
+            const int kind = next->kind;
+            lock.unlock();
+            const int result = Make(*next);  // the host's code runs with no peer lock held
+            next.reset();
+            lock.lock();
+            Account(kind, result);
+            busy_ = false;
+            if (queue_.empty()) {
+                idle_.notify_all();
+            }
+        }
+    }
+
+    void Account(int kind, int result) {
+        perix_sim_delivery_stats& d = deliveries_[kind];
+        ++d.made;
+        d.resultZero += result == 0 ? 1 : 0;
+        d.notRegistered += result == -1 ? 1 : 0;
+        d.lastResult = result;
+    }
+
+    static int Make(const Delivery& d) {
+        switch (d.kind) {
+            case PERIX_SIM_DELIVER_AUDIO:
+            case PERIX_SIM_DELIVER_REFRESH: {
+                const PerixServiceId id{d.deviceId.data(), static_cast<uint32_t>(d.deviceId.size()),
+                                        d.serviceId.data(), static_cast<uint32_t>(d.serviceId.size()),
+                                        d.engineType};
+                PerixStreamNotify notify{d.words[0], d.words[1], 0, d.length,
+                                         d.hasData ? const_cast<uint8_t*>(d.data.data()) : nullptr};
+                return d.kind == PERIX_SIM_DELIVER_AUDIO ? perix_sim_fire_audio(&id, &notify)
+                                                         : perix_sim_fire_refresh(&id, &notify);
+            }
+            default:
+                return -1;
+        }
+    }
+
+    std::mutex mutex_;
+    std::condition_variable wake_;
+    std::condition_variable idle_;
+    std::deque<std::unique_ptr<Delivery>> queue_;
+    std::thread worker_;
+    bool stopping_ = false;
+    bool busy_ = false;
+    Channel channels_[kChannels];
+    perix_sim_delivery_stats deliveries_[kKinds] = {};
+};
+
+Streams& S() {
+    // Destroyed when the engine is unloaded; its destructor stops the worker.
+    static Streams streams;
+    return streams;
+}
+
+int QueueDelivery(int kind, const char* deviceId, const char* serviceId,
+                  uint32_t w0, uint32_t w1, uint32_t w2, uint32_t engineType,
+                  const uint8_t* data, uint32_t length) {
+    try {
+        std::unique_ptr<Delivery> d(new Delivery());
+        d->kind = kind;
+        d->deviceId = deviceId != nullptr ? deviceId : "";
+        d->serviceId = serviceId != nullptr ? serviceId : "";
+        d->words[0] = w0;
+        d->words[1] = w1;
+        d->words[2] = w2;
+        d->engineType = engineType;
+        d->length = length;
+        d->hasData = data != nullptr;
+        if (data != nullptr) {
+            d->data.assign(data, data + length);
+        }
+        return S().Queue(std::move(d));
+    } catch (const std::exception&) {
+        return -1;
+    }
+}
+
+}  // namespace
+
+static std::atomic<bool> g_bareWrite{false};
+
+namespace perix_sim_streams {
+
+bool BareWrite() { return g_bareWrite.load(std::memory_order_relaxed); }
+
+void OnOpen(int channel, const PerixServiceId* service) { S().Open(channel, service); }
+void OnClose(int channel, const PerixServiceId* service) { S().Close(channel, service); }
+void OnWrite(int channel, const PerixServiceId* service, const uint8_t* data, uint32_t length) {
+    S().Write(channel, service, data, length);
+}
+
+}  // namespace perix_sim_streams
+
+extern "C" {
+
+void perix_sim_streams_set_bare_write(int on) {
+    g_bareWrite.store(on != 0, std::memory_order_relaxed);
+}
+
+uint64_t perix_sim_fnv1a(uint64_t hash, const void* data, size_t length) {
+    const auto* bytes = static_cast<const uint8_t*>(data);
+    for (size_t i = 0; i < length; ++i) {
+        hash ^= bytes[i];
+        hash *= 0x100000001b3ull;
+    }
+    return hash;
+}
+
+int perix_sim_stream_stats_of(int channel, perix_sim_stream_stats* out) {
+    return S().Stats(channel, out);
+}
+
+int perix_sim_deliver_audio(const char* deviceId, const char* serviceId, uint32_t engineType,
+                            uint32_t a, uint32_t b, const uint8_t* data, uint32_t length) {
+    return QueueDelivery(PERIX_SIM_DELIVER_AUDIO, deviceId, serviceId, a, b, 0,
+                         engineType, data, length);
+}
+
+int perix_sim_deliver_refresh(const char* deviceId, const char* serviceId, uint32_t a,
+                              uint32_t b, const uint8_t* data, uint32_t length) {
+    return QueueDelivery(PERIX_SIM_DELIVER_REFRESH, deviceId, serviceId, a, b, 0, 0,
+                         data, length);
+}
+
+void perix_sim_deliveries_flush(void) { S().Flush(); }
+
+int perix_sim_delivery_stats_of(int kind, perix_sim_delivery_stats* out) {
+    return S().DeliveryStats(kind, out);
+}
+
+void perix_sim_streams_reset(void) {
+    g_bareWrite.store(false, std::memory_order_relaxed);
+    S().Reset();
+}
+
+}  // extern "C"
