@@ -21,6 +21,10 @@ inline std::string Line(const std::string& message, const std::string& operation
     return input_test::Line(message, operation, "SourceProvider");
 }
 
+inline std::vector<LogLine> OneLineOf(const std::string& errorLine) {
+    return std::vector<LogLine>{LogLine{4, errorLine}};
+}
+
 // One delivery as the host's listener saw it. The bytes are copied during the call; the
 // pointer is kept only to compare it with the engine's buffer.
 struct Delivery {

@@ -1,0 +1,203 @@
+// Bad input on the source provider's audio and partial-refresh channels and in the engine's
+// deliveries: each gets its code and message, nothing reaches the engine that should not.
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "provider/source_provider.h"
+#include "provider_tables.h"
+#include "source_test_helpers.h"
+
+namespace {
+
+using namespace source_test;
+
+using SourceAudio = SourceTest;
+using SourceRefresh = SourceTest;
+using SourceNotify = SourceTest;
+
+TEST_F(SourceAudio, MissingArgumentsAreRefusedBeforeTheEngine) {
+    ServiceInfo audio{"p", "s", 2};
+    AudioParam param{};
+    EXPECT_EQ(-2, source->OpenAudio(nullptr, &param));
+    EXPECT_EQ(-2, source->OpenAudio(&audio, nullptr));
+    EXPECT_EQ(-2, source->CloseAudio(nullptr));
+    uint8_t byte = 0;
+    source->AudioWriteStreamBuffer(nullptr, &byte, 1);
+    EXPECT_TRUE(EngineCallNames().empty());
+    EXPECT_EQ((std::vector<LogLine>{{4, Line("OpenAudio param is invalid", "OpenAudio")},
+                                    {4, Line("OpenAudio param is invalid", "OpenAudio")},
+                                    {4, Line("CloseAudio service is null", "CloseAudio")}}),
+              TraceLines())
+        << "a refused stream buffer is not logged";
+}
+
+TEST_F(SourceAudio, WritesPassNullDataAndAnyLengthUncheckedAndSilently) {
+    ServiceInfo audio{"p", "s", 99};
+    source->AudioWriteStreamBuffer(&audio, nullptr, 0);
+    source->AudioWriteStreamBuffer(&audio, nullptr, 0xFFFFFFFFu);
+    perix_sim_set_slot_result(PERIX_SIM_AUDIO, 5, 42);
+    uint8_t byte = 1;
+    source->AudioWriteStreamBuffer(&audio, &byte, 1);
+    EXPECT_EQ(3, perix_sim_count_calls(PERIX_SIM_AUDIO, 5));
+    EXPECT_EQ(0xFFFFFFFFu, EngineCalls(PERIX_SIM_AUDIO, 5).at(1).values[3]);
+    EXPECT_TRUE(TraceLines().empty()) << "not even an engine refusal is logged";
+}
+
+TEST_F(SourceAudio, EngineRefusalsComeBackWithTheirNumber) {
+    ServiceInfo audio{"p", "s", 3};
+    AudioParam param{};
+    perix_sim_set_slot_result(PERIX_SIM_AUDIO, 2, 17);
+    perix_sim_set_slot_result(PERIX_SIM_AUDIO, 3, -3000);
+    EXPECT_EQ(17, source->OpenAudio(&audio, &param));
+    EXPECT_EQ(-3000, source->CloseAudio(&audio));
+    EXPECT_EQ((std::vector<LogLine>{{4, Line("OpenAudio failed with ret=17", "OpenAudio")},
+                                    {4, Line("CloseAudio failed with ret=-3000", "CloseAudio")}}),
+              TraceLines());
+    perix_sim_set_slot_result(PERIX_SIM_AUDIO, 6, 23);
+    int a = 0, b = 0;
+    EXPECT_EQ(23, source->AudioPassThrough(&a, &b));
+    const perix_sim_call pass = EngineCalls(PERIX_SIM_AUDIO, 6).at(0);
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(&a), pass.args[0]);
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(&b), pass.args[1]);
+}
+
+TEST_F(SourceAudio, UnknownServiceTypesUseTheDefaultAndStillReachTheEngine) {
+    ServiceInfo audio{"p", "s", 77};
+    AudioParam param{};
+    EXPECT_EQ(0, source->OpenAudio(&audio, &param));
+    EXPECT_EQ(0, source->CloseAudio(&audio));
+    EXPECT_EQ(0u, EngineCalls(PERIX_SIM_AUDIO, 2).at(0).values[2]);
+    EXPECT_EQ(0u, EngineCalls(PERIX_SIM_AUDIO, 3).at(0).values[2]);
+    EXPECT_EQ(2, CountTraceLines("Invalid serviceType 77, using default value"
+                                 "(OrbPerix::BaseProvider::ConvertAudioServiceType)"));
+}
+
+TEST_F(SourceRefresh, OnlyTypeElevenOpensAndCloses) {
+    ServiceInfo wrong{"p", "s", 10};
+    EXPECT_EQ(-2, source->OpenPartialRefresh(&wrong));
+    EXPECT_EQ(-2, source->ClosePartialRefresh(&wrong));
+    EXPECT_EQ(-2, source->OpenPartialRefresh(nullptr));
+    EXPECT_EQ(-2, source->ClosePartialRefresh(nullptr));
+    EXPECT_TRUE(EngineCallNames().empty());
+    EXPECT_EQ((std::vector<LogLine>{
+                  {4, Line("OpenPartialRefresh failed, type Invalid: 10", "OpenPartialRefresh")},
+                  {4, Line("ClosePartialRefresh failed, type Invalid: 10", "ClosePartialRefresh")},
+                  {4, Line("OpenPartialRefresh service is null", "OpenPartialRefresh")},
+                  {4, Line("ClosePartialRefresh service is null", "ClosePartialRefresh")}}),
+              TraceLines());
+    ServiceInfo right{"p", "s", 11};
+    perix_sim_set_slot_result(PERIX_SIM_REFRESH, 1, 8);
+    perix_sim_set_slot_result(PERIX_SIM_REFRESH, 2, 9);
+    ClearLogs();
+    EXPECT_EQ(8, source->OpenPartialRefresh(&right));
+    EXPECT_EQ(9, source->ClosePartialRefresh(&right));
+    EXPECT_EQ((std::vector<LogLine>{
+                  {4, Line("OpenPartialRefresh failed with ret=8", "OpenPartialRefresh")},
+                  {4, Line("ClosePartialRefresh failed with ret=9", "ClosePartialRefresh")}}),
+              TraceLines());
+}
+
+TEST_F(SourceRefresh, WritesRefuseNothingToWriteButPassNegativeLengthsAndAnyType) {
+    ServiceInfo service{"p", "s", 6};
+    uint8_t bytes[4] = {1, 2, 3, 4};
+    EXPECT_EQ(-2, source->PartialRefreshWriteStreamBuffer(nullptr, bytes, 4));
+    EXPECT_EQ(-2, source->PartialRefreshWriteStreamBuffer(&service, nullptr, 4));
+    EXPECT_EQ(-2, source->PartialRefreshWriteStreamBuffer(&service, bytes, 0));
+    EXPECT_EQ(3, CountTraceLines(Line("PartialRefreshWriteStreamBuffer failed: invalid parameter",
+                                      "PartialRefreshWriteStreamBuffer")));
+    EXPECT_TRUE(EngineCallNames().empty());
+    EXPECT_EQ(0, source->PartialRefreshWriteStreamBuffer(&service, bytes, -1));
+    EXPECT_EQ(0xFFFFFFFFu, EngineCalls(PERIX_SIM_REFRESH, 3).at(0).values[3]);
+    perix_sim_stream_stats stats{};
+    ASSERT_EQ(0, perix_sim_stream_stats_of(PERIX_SIM_STREAM_REFRESH, &stats));
+    EXPECT_EQ(1u, stats.unreadable) << "the peer does not read past the buffer either";
+    perix_sim_set_slot_result(PERIX_SIM_REFRESH, 3, -12);
+    ClearLogs();
+    EXPECT_EQ(-12, source->PartialRefreshWriteStreamBuffer(&service, bytes, 4));
+    EXPECT_EQ(OneLineOf(Line("PartialRefreshWriteStreamBuffer failed with ret=-12",
+                             "PartialRefreshWriteStreamBuffer")),
+              TraceLines());
+}
+
+TEST_F(SourceRefresh, WriteTimeCountsFromConstructionAndOnlyForAcceptedWrites) {
+    const EngineTableSet tables = FetchEngineTables();
+    OrbPerix::SourceProvider provider(tables.main, tables.audio, tables.refresh);
+    ServiceInfo service{"p", "s", 11};
+    uint8_t byte = 0;
+    EXPECT_EQ(0u, provider.LastWriteTimeMs());
+    ASSERT_EQ(0, provider.PartialRefreshWriteStreamBuffer(&service, &byte, 1));
+    const uint32_t first = provider.LastWriteTimeMs();
+    EXPECT_LT(first, 1000u) << "right after construction";
+    OrbPerix::platform::SleepMilliseconds(30);
+    EXPECT_EQ(-2, provider.PartialRefreshWriteStreamBuffer(&service, &byte, 0));
+    EXPECT_EQ(first, provider.LastWriteTimeMs()) << "a refused write records nothing";
+    ASSERT_EQ(0, provider.PartialRefreshWriteStreamBuffer(&service, &byte, 1));
+    EXPECT_GE(provider.LastWriteTimeMs(), first + 20);
+}
+
+TEST_F(SourceNotify, DeliveriesWithoutASessionOrListenerAreMinus13) {
+    const std::string device = "stranger";
+    const PerixServiceId id = EngineId(device, "s", 3);
+    uint8_t bytes[2] = {1, 2};
+    PerixStreamNotify notify{0, 0, 0, 2, bytes};
+    EXPECT_EQ(-13, OrbPerix::SourceProvider::AudioNotify(&id, &notify));
+    EXPECT_EQ(-13, OrbPerix::SourceProvider::PartialRefreshNotify(&id, &notify));
+    // A session whose listener lacks the stream entries.
+    PERIXInfo info = MakeInfo("no-streams");
+    ProviderListener none{};
+    ASSERT_EQ(0, source->Init());
+    ASSERT_EQ(0, source->RegisterPERIXListener(&info, &none));
+    const std::string known = "no-streams";
+    const PerixServiceId kid = EngineId(known, "s", 3);
+    EXPECT_EQ(-13, OrbPerix::SourceProvider::AudioNotify(&kid, &notify));
+    EXPECT_EQ(-13, OrbPerix::SourceProvider::PartialRefreshNotify(&kid, &notify));
+    EXPECT_EQ(2, CountTraceLines("On AudioNotify, Listen function is null"
+                                 "(OrbPerix::SourceProvider::AudioNotify)"));
+    EXPECT_EQ(2, CountTraceLines("On PartialRefreshNotify, Listen function is null"
+                                 "(OrbPerix::SourceProvider::PartialRefreshNotify)"));
+    EXPECT_EQ(-2, OrbPerix::SourceProvider::AudioNotify(nullptr, &notify));
+    EXPECT_EQ(-2, OrbPerix::SourceProvider::PartialRefreshNotify(&kid, nullptr));
+    EXPECT_TRUE(streams().Audio().empty());
+}
+
+TEST_F(SourceNotify, NullDataOrLengthZeroReachTheListenerEmpty) {
+    PERIXInfo info = MakeInfo("peer-z");
+    ConnectPeer(info);
+    const std::string device = "peer-z";
+    const PerixServiceId id = EngineId(device, "s", 0);
+    uint8_t bytes[3] = {1, 2, 3};
+    PerixStreamNotify nullData{5, 6, 0, 3, nullptr};
+    PerixStreamNotify zero{5, 6, 0, 0, bytes};
+    EXPECT_EQ(0, perix_sim_fire_audio(&id, &nullData));
+    EXPECT_EQ(0, perix_sim_fire_audio(&id, &zero));
+    EXPECT_EQ(0, perix_sim_fire_refresh(&id, &nullData));
+    EXPECT_EQ(0, perix_sim_fire_refresh(&id, &zero));
+    for (const auto& list : {streams().Audio(), streams().Refresh()}) {
+        ASSERT_EQ(2u, list.size());
+        for (const Delivery& d : list) {
+            EXPECT_EQ(0u, d.dataLen);
+            EXPECT_EQ(nullptr, d.pointer);
+            EXPECT_EQ(5u, d.a);
+        }
+    }
+    EXPECT_EQ(3u, streams().Audio()[0].serviceType) << "engine type 0 converted";
+    EXPECT_TRUE(TraceLines().empty());
+}
+
+TEST_F(SourceNotify, UnknownEngineTypesAreConvertedToTheDefaultAndStillDelivered) {
+    PERIXInfo info = MakeInfo("peer-u");
+    ConnectPeer(info);
+    const std::string device = "peer-u";
+    const PerixServiceId id = EngineId(device, "s", 12);
+    uint8_t byte = 9;
+    PerixStreamNotify notify{0, 0, 0, 1, &byte};
+    EXPECT_EQ(0, perix_sim_fire_audio(&id, &notify));
+    ASSERT_EQ(1u, streams().Audio().size());
+    EXPECT_EQ(3u, streams().Audio()[0].serviceType);
+    EXPECT_TRUE(HasTraceLine("Invalid deviceType 12, using default value"
+                             "(OrbPerix::BaseProvider::ConvertAudioDeviceType)"));
+}
+
+}  // namespace
