@@ -7,6 +7,7 @@
 #include <set>
 
 #include "log/log.h"
+#include "manager/engine_fallbacks.h"
 #include "orbperix/manager.h"
 #include "provider/input_provider.h"
 #include "provider/sink_provider.h"
@@ -15,7 +16,8 @@
 namespace OrbPerix {
 namespace {
 
-// Builds a provider from the manager's tables as they are now and registers it. Out of memory
+// Builds a provider from copies of the manager's tables as they are now (empty slots replaced
+// by "not available" stand-ins) and registers it. Out of memory
 // gives an empty pointer: no exception leaves the library.
 template <typename Concrete, typename Interface, typename... Tables>
 std::shared_ptr<Interface> CreateProvider(std::set<std::shared_ptr<Interface>>& registry,
@@ -57,21 +59,22 @@ std::shared_ptr<ISinkProvider> PERIXProviderManager::CreateSinkProvider() {
     return CreateProvider<SinkProvider>(sinkProviders,
                                         "OrbPerix::PERIXProviderManager::CreateSinkProvider",
                                         "Create SinkProvider success, sinkProvider count = ",
-                                        orbPerixHandler);
+                                        WithFallbacks(orbPerixHandler));
 }
 
 std::shared_ptr<ISourceProvider> PERIXProviderManager::CreateSourceProvider() {
     return CreateProvider<SourceProvider>(
         sourceProviders, "OrbPerix::PERIXProviderManager::CreateSourceProvider",
-        "Create SourceProvider success, SourceProvider count = ", orbPerixHandler,
-        audioHandlerSource, refreshHandlerSource);
+        "Create SourceProvider success, SourceProvider count = ", WithFallbacks(orbPerixHandler),
+        WithFallbacks(audioHandlerSource), WithFallbacks(refreshHandlerSource));
 }
 
 std::shared_ptr<IInputProvider> PERIXProviderManager::CreateInputProvider() {
     return CreateProvider<InputProvider>(inputProviders,
                                          "OrbPerix::PERIXProviderManager::CreateInputProvider",
                                          "Create InputProvider success, InputProvider count = ",
-                                         orbPerixHandler, buttonHandlerSource);
+                                         WithFallbacks(orbPerixHandler),
+                                         WithFallbacks(buttonHandlerSource));
 }
 
 // The sink's texts say "Destroy" while the operation and the other kinds say "Destory":
