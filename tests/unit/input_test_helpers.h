@@ -163,6 +163,9 @@ protected:
         ServiceInfo service = ButtonService(peer);
         ASSERT_EQ(0, provider->OpenButton(&service, nullptr));
         perix_sim_peer_flush();
+        // An input posted within the first millisecond after the provider's creation has the
+        // time 0, which means "no input yet"; tests that count on input wait past it.
+        std::this_thread::sleep_for(std::chrono::milliseconds(3));
     }
 
     std::shared_ptr<OrbPerix::IInputProvider> provider;
