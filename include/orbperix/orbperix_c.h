@@ -1,0 +1,516 @@
+/* OrbPerixProvider's flat C interface: the same library for hosts built with any compiler or
+ * written in any language that can call C (C#, Rust, Python ctypes, ...).
+ *
+ * Every function wraps one operation of the C++ interface (orbperix/manager.h,
+ * orbperix/providers.h, orbperix/cast.h) and returns that operation's result code unchanged:
+ * 0 success, -2 invalid argument or wrong service type, -3 out of memory, -4 wrong state,
+ * -5 a sink record with server port 0, -9 a session-key copy failure, -13 engine, handle,
+ * session or copy not available; any other value is the engine's own result. The operation
+ * writes the same log lines as through C++. The wrapper adds one error line, and one of the
+ * codes below, only for failures of its own (an unknown handle, a missing record it must read).
+ *
+ * Handles are numbers, not pointers: 0 is never a valid handle; a destroyed handle stays
+ * invalid for good (each slot of the handle table carries a generation count). Using an
+ * unknown, stale or destroyed handle, or a handle of another kind, returns
+ * ORBPERIX_C_BAD_HANDLE and logs one error line; it never touches freed memory.
+ *
+ * Strings and records going in are copied (or only read during the call); nothing the library
+ * returns has to be freed by the host. Texts passed as (pointer, length) take a length in
+ * bytes, or -1 for a NUL-terminated text. No exception leaves these functions.
+ *
+ * Threads: every function may be called from any thread. The manager and create/destroy
+ * functions are serialised inside the wrapper. A sink provider's operations must still be
+ * serialised by the host (one sink is not thread-safe in C++ either). Listener callbacks run on
+ * the engine's threads; no lock of the library is held while they run.
+ *
+ * REQUIRES: destroy the providers before orbperix_finalize; their operations call the engine,
+ * which finalize unloads. */
+#ifndef ORBPERIX_ORBPERIX_C_H_
+#define ORBPERIX_ORBPERIX_C_H_
+
+#include <stddef.h>
+#include <stdint.h>
+
+#include "orbperix/export.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ---- Result codes of the wrapper itself ---- */
+
+/* An unknown, stale, destroyed or wrong-kind handle (one error line is logged). */
+#define ORBPERIX_C_BAD_HANDLE (-1001)
+/* A record or text the wrapper itself must read is missing or malformed (one error line);
+ * equal to the library's "invalid argument". */
+#define ORBPERIX_C_INVALID_ARGUMENT (-2)
+/* The wrapper could not allocate its own copy (one error line); the library's value. */
+#define ORBPERIX_C_NO_MEMORY (-3)
+
+/* Length of a NUL-terminated text argument. */
+#define ORBPERIX_C_NUL_TERMINATED (-1)
+
+/* ---- Handles ---- */
+typedef uint64_t orbperix_input_handle;
+typedef uint64_t orbperix_source_handle;
+typedef uint64_t orbperix_sink_handle;
+typedef uint64_t orbperix_cast_session_handle;
+
+/* ---- Records ---- */
+
+/* The host's group of log functions for the engine; handed to the engine unchanged. */
+struct tagPERIXLogFuncGroup;
+
+/* The device-information record (the engine's connect parameters); same layout as the C++
+ * PERIXInfo. The wrapper works on a copy. */
+typedef struct orbperix_device_info {
+    uint32_t engine_word0;
+    char local_device_id[258]; /* NUL-terminated */
+    char peer_device_id[258];  /* NUL-terminated; names the peer's session */
+    uint32_t local_device_id_len;
+    uint32_t peer_device_id_len;
+    uint8_t engine_reserved[120];
+    int32_t server_port;       /* >= 0; a sink refuses 0 */
+    uint32_t engine_word1;
+    uint32_t engine_word2;
+    uint32_t connect_type;     /* > 0 */
+    uint8_t session_key[128];
+} orbperix_device_info;
+
+/* A host service: device id and service id as text and length (-1: NUL-terminated). In
+ * listener calls both lengths are exact and the texts are not NUL-terminated. Service type 6 is
+ * the button service, 11 partial refresh. */
+typedef struct orbperix_service {
+    const char* device_id;
+    int32_t device_id_len;
+    const char* service_id;
+    int32_t service_id_len;
+    uint32_t service_type;
+} orbperix_service;
+
+/* Binary data; `data` holds `len` bytes. */
+typedef struct orbperix_binary {
+    uint32_t word0;
+    uint32_t word1;
+    const uint8_t* data;
+    uint32_t len;
+} orbperix_binary;
+
+/* Audio parameters of orbperix_source_open_audio; same layout as the C++ AudioParam. */
+typedef struct orbperix_audio_param {
+    uint32_t param0;
+    uint32_t param1;
+    uint32_t param2;
+    uint32_t param3;
+    uint32_t param4;
+    uint64_t param5;
+    uint32_t param6;
+} orbperix_audio_param;
+
+/* ---- Remote-control event: same layout as the C++ RemoteCtrlEvent, field by field ---- */
+typedef struct orbperix_remote_touch {
+    uint32_t action;        /* 0 pointer down, 1 pointer up, 2 move */
+    uint8_t pointer_count;
+    uint8_t pointer_ids[10];
+    double x[10];
+    double y[10];
+} orbperix_remote_touch;
+
+typedef struct orbperix_remote_key {
+    uint32_t action;        /* 0 key down, 1 key up */
+    uint16_t key_reserved;
+    uint16_t key_value1;
+    uint16_t key_value2;
+    uint32_t key_value3;
+} orbperix_remote_key;
+
+typedef struct orbperix_remote_zoom {
+    double x;
+    double y;
+    uint16_t zoom_value;
+} orbperix_remote_zoom;
+
+typedef struct orbperix_remote_scroll {
+    uint32_t action;        /* 0 vertical, 1 horizontal */
+    uint16_t scroll_value;
+} orbperix_remote_scroll;
+
+typedef struct orbperix_remote_mouse {
+    uint32_t action;        /* 0 button down, 1 button up, 2 move */
+    uint8_t button;
+    double coords[4];
+} orbperix_remote_mouse;
+
+typedef struct orbperix_remote_wheel {
+    uint32_t action;        /* 0 vertical wheel, 1 horizontal wheel */
+    uint8_t buttons;
+    uint16_t wheel_value;
+    double x;
+    double y;
+} orbperix_remote_wheel;
+
+typedef struct orbperix_remote_input_content {
+    uint16_t content_length; /* 1 to 472 */
+    uint8_t content[472];
+} orbperix_remote_input_content;
+
+typedef struct orbperix_remote_input_focus {
+    uint8_t focus_flag;
+    double focus_values[4];
+} orbperix_remote_input_focus;
+
+typedef struct orbperix_remote_input {
+    uint32_t action;        /* 0 content, 1 focus */
+    union {
+        orbperix_remote_input_content content;
+        orbperix_remote_input_focus focus;
+    } u;                    /* anonymous in C++; named here for C99 */
+} orbperix_remote_input;
+
+typedef struct orbperix_remote_virtual_key {
+    uint32_t action;        /* 0 back, 1 home, 2 recent apps, 3 quick settings */
+    double x;
+    double y;
+} orbperix_remote_virtual_key;
+
+typedef struct orbperix_remote_message {
+    uint32_t action;        /* 0 extend, 1 reserved */
+    uint16_t message_length; /* 3 to 472 */
+    uint16_t message_word;
+    uint8_t message_data[472];
+} orbperix_remote_message;
+
+typedef union orbperix_remote_payload {
+    orbperix_remote_touch touch;
+    orbperix_remote_key key;
+    orbperix_remote_zoom zoom;
+    orbperix_remote_scroll scroll;
+    orbperix_remote_mouse mouse;
+    orbperix_remote_wheel wheel;
+    orbperix_remote_input input;
+    orbperix_remote_virtual_key virtual_key;
+    orbperix_remote_message message;
+} orbperix_remote_payload;
+
+/* Event kinds of orbperix_remote_event.type. */
+enum orbperix_remote_type {
+    ORBPERIX_REMOTE_TOUCH = 0,
+    ORBPERIX_REMOTE_KEY = 1,
+    ORBPERIX_REMOTE_ZOOM = 2,
+    ORBPERIX_REMOTE_SCROLL = 3,
+    ORBPERIX_REMOTE_ROTATE = 4,
+    ORBPERIX_REMOTE_RESERVED_KIND = 5,
+    ORBPERIX_REMOTE_MOUSE = 6,
+    ORBPERIX_REMOTE_TEXT_INPUT = 7,
+    ORBPERIX_REMOTE_WHEEL = 8,
+    ORBPERIX_REMOTE_VIRTUAL_KEY = 9,
+    ORBPERIX_REMOTE_MESSAGE = 10
+};
+
+typedef struct orbperix_remote_event {
+    uint32_t header_flags;  /* only bits 0x08, 0x20 and 0x40 of the low byte are read */
+    uint32_t header_tag;    /* its low byte goes into the packet header */
+    uint32_t reserved;
+    uint32_t type;          /* enum orbperix_remote_type */
+    orbperix_remote_payload payload;
+} orbperix_remote_event;
+
+/* ---- Listener ---- */
+
+typedef struct orbperix_device_change {
+    const char* device_id;  /* not NUL-terminated */
+    uint32_t device_id_len;
+    uint32_t word0;
+    uint32_t word1;
+} orbperix_device_change;
+
+typedef struct orbperix_service_change {
+    const char* device_id;
+    uint32_t device_id_len;
+    const char* service_id;
+    uint32_t service_id_len;
+    uint32_t word0;
+    uint32_t word1;
+    uint32_t word2;
+} orbperix_service_change;
+
+typedef struct orbperix_button_notify {
+    uint32_t word0;
+    uint32_t word1;
+    const uint8_t* data;    /* null when data_len is 0 */
+    uint32_t data_len;
+} orbperix_button_notify;
+
+/* Audio and partial-refresh deliveries (`reserved` is the refresh record's field, 0 for
+ * audio). */
+typedef struct orbperix_stream_data {
+    uint32_t a;
+    uint32_t b;
+    uint32_t reserved;
+    const uint8_t* data;    /* null when data_len is 0 */
+    uint32_t data_len;
+} orbperix_stream_data;
+
+/* The host's notification callbacks; a null entry means "not wanted". Each is called on an
+ * engine thread with the user_data given at registration. Every pointer it receives (records,
+ * texts, payloads) is valid only during the call: copy what you keep. A notification is routed
+ * by provider kind and by the device id it carries to the listener registered for that peer;
+ * one that names no registered peer is dropped with an error line. */
+typedef struct orbperix_listener {
+    void (*on_device_change)(void* user_data, const orbperix_device_change* info);
+    void (*on_service_change)(void* user_data, const orbperix_service_change* info);
+    void (*on_data)(void* user_data, const char* device_id, uint32_t device_id_len,
+                    const orbperix_binary* data);
+    void (*on_audio)(void* user_data, const orbperix_service* service,
+                     const orbperix_stream_data* data);
+    void (*on_button)(void* user_data, const orbperix_service* service,
+                      const orbperix_button_notify* info);
+    void (*on_partial_refresh)(void* user_data, const orbperix_service* service,
+                               const orbperix_stream_data* data);
+} orbperix_listener;
+
+/* ---- Manager ---- */
+
+/* Loads and initialises the engine. 0; -4 already initialised; -13 engine or getter missing;
+ * else the engine's result. init_text is NUL-terminated (null: ORBPERIX_C_INVALID_ARGUMENT). */
+ORBPERIX_API int orbperix_initialize(struct tagPERIXLogFuncGroup* log_funcs,
+                                     const char* init_text);
+/* 1 when initialised, else 0. */
+ORBPERIX_API int orbperix_is_initialized(void);
+/* Releases and unloads the engine; nothing when not initialised. */
+ORBPERIX_API void orbperix_finalize(void);
+
+/* ---- Create and destroy ---- */
+
+/* A new provider's handle, or 0 when the library or the handle table could not make one. */
+ORBPERIX_API orbperix_input_handle orbperix_create_input_provider(void);
+ORBPERIX_API orbperix_source_handle orbperix_create_source_provider(void);
+ORBPERIX_API orbperix_sink_handle orbperix_create_sink_provider(void);
+/* 1 when the manager released the provider, 0 when it did not know it; ORBPERIX_C_BAD_HANDLE.
+ * The handle is invalid afterwards either way. Neither disconnects nor de-initialises (the
+ * provider's destructor does what it does in C++ once no call is using it any more). */
+ORBPERIX_API int orbperix_destroy_input_provider(orbperix_input_handle provider);
+ORBPERIX_API int orbperix_destroy_source_provider(orbperix_source_handle provider);
+ORBPERIX_API int orbperix_destroy_sink_provider(orbperix_sink_handle provider);
+
+/* ---- Input provider ----
+ * Each returns the C++ operation's result, or ORBPERIX_C_BAD_HANDLE. A null record is passed to
+ * the C++ operation as a null pointer (its own result and line), except where noted. */
+
+/* Starts the heartbeat; 0, or -13 when its thread cannot start. */
+ORBPERIX_API int orbperix_input_init(orbperix_input_handle provider);
+/* Stops the heartbeat and tears down the input sessions; 0. Forgets the input listeners. */
+ORBPERIX_API int orbperix_input_deinit(orbperix_input_handle provider);
+/* 0; -2 invalid record; -4 no session or already connected; -9; the engine's result. */
+ORBPERIX_API int orbperix_input_connect_device(orbperix_input_handle provider,
+                                               const orbperix_device_info* device);
+/* 0; -2 null record; -4 not connected. Forgets the peer's listener on 0. */
+ORBPERIX_API int orbperix_input_disconnect_device(orbperix_input_handle provider,
+                                                  const orbperix_device_info* device);
+/* Creates the peer's session and registers `listener` with `user_data` for it. 0; -4 not
+ * initialised, null listener or session exists; -13; the engine's result. The listener record
+ * is copied. */
+ORBPERIX_API int orbperix_input_register_listener(orbperix_input_handle provider,
+                                                  const orbperix_device_info* device,
+                                                  const orbperix_listener* listener,
+                                                  void* user_data);
+/* 0 or the engine's result; -4 no session. */
+ORBPERIX_API int orbperix_input_unregister_listener(orbperix_input_handle provider,
+                                                    const orbperix_device_info* device);
+/* 0; -2 null device id; -4 no session. `callback` goes to the engine unchanged. */
+ORBPERIX_API int orbperix_input_register_data_listener(orbperix_input_handle provider,
+                                                       const char* device_id, int32_t len,
+                                                       uint32_t type, void* callback);
+/* 0; -2 null device id; -4 no session. */
+ORBPERIX_API int orbperix_input_unregister_data_listener(orbperix_input_handle provider,
+                                                         const char* device_id, int32_t len,
+                                                         uint32_t type);
+/* Always 0 from C++ (failures are logged); ORBPERIX_C_BAD_HANDLE. */
+ORBPERIX_API int orbperix_input_send_data(orbperix_input_handle provider, const char* device_id,
+                                          int32_t len, const orbperix_binary* data);
+ORBPERIX_API int orbperix_input_send_data_no_result(orbperix_input_handle provider,
+                                                    const char* device_id, int32_t len,
+                                                    const orbperix_binary* data);
+ORBPERIX_API int orbperix_input_send_binary_data(orbperix_input_handle provider,
+                                                 const char* device_id, int32_t len,
+                                                 const orbperix_binary* data);
+/* 0 or the engine's result; -2 null service or empty device id; -4 no session. */
+ORBPERIX_API int orbperix_input_start_device_service(orbperix_input_handle provider,
+                                                     const orbperix_service* service,
+                                                     void* reserved);
+ORBPERIX_API int orbperix_input_stop_device_service(orbperix_input_handle provider,
+                                                    const orbperix_service* service);
+/* 0 (failures are logged); a null device id is ORBPERIX_C_INVALID_ARGUMENT. */
+ORBPERIX_API int orbperix_input_register_event_callback(orbperix_input_handle provider,
+                                                        const char* device_id, int32_t len,
+                                                        uint32_t type, void* callback);
+/* 0 or the engine's result; -2 null service, type not 6, or no session. */
+ORBPERIX_API int orbperix_input_open_button(orbperix_input_handle provider,
+                                            const orbperix_service* service, void* reserved);
+/* 0 or the engine's result; -2 null service or type not 6. */
+ORBPERIX_API int orbperix_input_close_button(orbperix_input_handle provider,
+                                             const orbperix_service* service, void* reserved1,
+                                             void* reserved2);
+/* Encodes the event and writes it to the peer's button channel. 0 or the engine's result;
+ * -2 null service or event, or a too long packet; -3; -4 not connected. The event is copied. */
+ORBPERIX_API int orbperix_input_post_remote_ctrl_event(orbperix_input_handle provider,
+                                                       const orbperix_service* service,
+                                                       const orbperix_remote_event* event);
+/* Writes `len` bytes to the button channel: 0 or the engine's result; -2 null service. */
+ORBPERIX_API int orbperix_input_button_write_stream_buffer(orbperix_input_handle provider,
+                                                           const orbperix_service* service,
+                                                           const uint8_t* data, uint32_t len);
+/* The engine's pass-through result. */
+ORBPERIX_API int orbperix_input_send_by_handler(orbperix_input_handle provider, void* a, void* b,
+                                                void* c);
+
+/* ---- Source provider ---- (same conventions; the shared operations behave as above) */
+
+/* 0; sets the source kind initialised. */
+ORBPERIX_API int orbperix_source_init(orbperix_source_handle provider);
+/* 0; tears down the source sessions. Forgets the source listeners. */
+ORBPERIX_API int orbperix_source_deinit(orbperix_source_handle provider);
+ORBPERIX_API int orbperix_source_connect_device(orbperix_source_handle provider,
+                                                const orbperix_device_info* device);
+ORBPERIX_API int orbperix_source_disconnect_device(orbperix_source_handle provider,
+                                                   const orbperix_device_info* device);
+ORBPERIX_API int orbperix_source_register_listener(orbperix_source_handle provider,
+                                                   const orbperix_device_info* device,
+                                                   const orbperix_listener* listener,
+                                                   void* user_data);
+ORBPERIX_API int orbperix_source_unregister_listener(orbperix_source_handle provider,
+                                                     const orbperix_device_info* device);
+ORBPERIX_API int orbperix_source_register_data_listener(orbperix_source_handle provider,
+                                                        const char* device_id, int32_t len,
+                                                        uint32_t type, void* callback);
+ORBPERIX_API int orbperix_source_unregister_data_listener(orbperix_source_handle provider,
+                                                          const char* device_id, int32_t len,
+                                                          uint32_t type);
+ORBPERIX_API int orbperix_source_send_data(orbperix_source_handle provider, const char* device_id,
+                                           int32_t len, const orbperix_binary* data);
+ORBPERIX_API int orbperix_source_send_data_no_result(orbperix_source_handle provider,
+                                                     const char* device_id, int32_t len,
+                                                     const orbperix_binary* data);
+ORBPERIX_API int orbperix_source_send_binary_data(orbperix_source_handle provider,
+                                                  const char* device_id, int32_t len,
+                                                  const orbperix_binary* data);
+ORBPERIX_API int orbperix_source_start_device_service(orbperix_source_handle provider,
+                                                      const orbperix_service* service,
+                                                      void* reserved);
+ORBPERIX_API int orbperix_source_stop_device_service(orbperix_source_handle provider,
+                                                     const orbperix_service* service);
+ORBPERIX_API int orbperix_source_register_event_callback(orbperix_source_handle provider,
+                                                         const char* device_id, int32_t len,
+                                                         uint32_t type, void* callback);
+/* 0 or the engine's result; -2 null service or parameters. The parameters are copied. */
+ORBPERIX_API int orbperix_source_open_audio(orbperix_source_handle provider,
+                                            const orbperix_service* service,
+                                            const orbperix_audio_param* param);
+/* 0 or the engine's result; -2 null service. */
+ORBPERIX_API int orbperix_source_close_audio(orbperix_source_handle provider,
+                                             const orbperix_service* service);
+/* Hands `length` bytes to the engine (streaming path: no result from C++); 0. */
+ORBPERIX_API int orbperix_source_audio_write_stream_buffer(orbperix_source_handle provider,
+                                                           const orbperix_service* service,
+                                                           const uint8_t* data, uint32_t length);
+/* The engine's pass-through result. */
+ORBPERIX_API int orbperix_source_audio_pass_through(orbperix_source_handle provider, void* a,
+                                                    void* b);
+/* 0 or the engine's result; -2 null service or type not 11. */
+ORBPERIX_API int orbperix_source_open_partial_refresh(orbperix_source_handle provider,
+                                                      const orbperix_service* service);
+ORBPERIX_API int orbperix_source_close_partial_refresh(orbperix_source_handle provider,
+                                                       const orbperix_service* service);
+/* 0 or the engine's result; -2 null service or data, or length 0 (a negative length goes to
+ * the engine, as in C++). */
+ORBPERIX_API int orbperix_source_partial_refresh_write_stream_buffer(
+    orbperix_source_handle provider, const orbperix_service* service, const uint8_t* data,
+    int32_t length);
+ORBPERIX_API int orbperix_source_send_by_handler(orbperix_source_handle provider, void* a,
+                                                 void* b, void* c);
+
+/* ---- Sink provider ---- (REQUIRES: calls on one sink serialised by the host) */
+
+/* 0. */
+ORBPERIX_API int orbperix_sink_init(orbperix_sink_handle provider);
+/* 0; releases the Mesh handle when initialised. */
+ORBPERIX_API int orbperix_sink_deinit(orbperix_sink_handle provider);
+/* 0; -2; -4 not initialised; -5 server port 0; -13; the engine's result. */
+ORBPERIX_API int orbperix_sink_connect_device(orbperix_sink_handle provider,
+                                              const orbperix_device_info* device);
+/* 0 when the Mesh handle exists or was created; -13 when the engine gave none. */
+ORBPERIX_API int orbperix_sink_create_mesh_provider(orbperix_sink_handle provider,
+                                                    const orbperix_device_info* device);
+/* The engine's release result. */
+ORBPERIX_API int orbperix_sink_disconnect_device(orbperix_sink_handle provider,
+                                                 const orbperix_device_info* device, void* arg);
+/* The engine's connection status. */
+ORBPERIX_API int orbperix_sink_get_connection_status(orbperix_sink_handle provider);
+/* The engine's result; `callback` goes to the engine unchanged. */
+ORBPERIX_API int orbperix_sink_register_engine_callback(orbperix_sink_handle provider,
+                                                        uint32_t type, void* callback);
+ORBPERIX_API int orbperix_sink_send_by_handler(orbperix_sink_handle provider, void* a, void* b,
+                                               void* c);
+
+/* ---- Cast bridge ---- */
+
+typedef struct orbperix_cast_local_device {
+    const char* device_id;    /* NUL-terminated (null: empty) */
+    const char* device_name;
+    uint32_t device_type;
+    const char* ip_address;
+} orbperix_cast_local_device;
+
+typedef struct orbperix_cast_session_property {
+    uint32_t protocol_type;
+    uint32_t end_type;
+    uint32_t video_width;
+    uint32_t video_height;
+    uint32_t video_fps;
+    uint32_t audio_sample_rate;
+} orbperix_cast_session_property;
+
+/* Called on the casting engine's threads. */
+typedef void (*orbperix_cast_service_died_fn)(void* user_data);
+typedef void (*orbperix_cast_session_event_fn)(void* user_data, int event_code,
+                                               const char* detail, uint32_t detail_len);
+
+/* 1 success, 0 failure (the casting engine's convention). A null callback registers no
+ * listener. The casting engine keeps the listener; user_data must live as long. */
+ORBPERIX_API int orbperix_init_cast_engine(orbperix_cast_service_died_fn on_service_died,
+                                           void* user_data);
+/* 0; a null record is ORBPERIX_C_INVALID_ARGUMENT. */
+ORBPERIX_API int orbperix_set_cast_engine_local_device(const orbperix_cast_local_device* device);
+/* A session handle, or 0 when the casting engine made none (or a null record). */
+ORBPERIX_API orbperix_cast_session_handle orbperix_create_cast_session(
+    const orbperix_cast_session_property* property);
+/* 1 / 0 as the casting engine says; ORBPERIX_C_BAD_HANDLE. The handle is invalid afterwards. */
+ORBPERIX_API int orbperix_destroy_cast_session(orbperix_cast_session_handle session);
+/* The session's own results; ORBPERIX_C_BAD_HANDLE. Texts as (pointer, length or -1). */
+ORBPERIX_API int orbperix_cast_session_register_listener(orbperix_cast_session_handle session,
+                                                         orbperix_cast_session_event_fn on_event,
+                                                         void* user_data);
+ORBPERIX_API int orbperix_cast_session_unregister_listener(orbperix_cast_session_handle session);
+ORBPERIX_API int orbperix_cast_session_add_device(orbperix_cast_session_handle session,
+                                                  const char* device_id, int32_t len);
+ORBPERIX_API int orbperix_cast_session_remove_device(orbperix_cast_session_handle session,
+                                                     const char* device_id, int32_t len);
+ORBPERIX_API int orbperix_cast_session_start_auth(orbperix_cast_session_handle session,
+                                                  const char* device_id, int32_t len);
+ORBPERIX_API int orbperix_cast_session_play(orbperix_cast_session_handle session,
+                                            const char* device_id, int32_t len);
+/* Copies the session id, NUL-terminated and cut to capacity - 1 bytes, into `buffer` (may be
+ * null with capacity 0); *full_len (may be null) receives its full length. The session's
+ * result. */
+ORBPERIX_API int orbperix_cast_session_get_session_id(orbperix_cast_session_handle session,
+                                                      char* buffer, uint32_t capacity,
+                                                      uint32_t* full_len);
+ORBPERIX_API int orbperix_cast_session_set_property(
+    orbperix_cast_session_handle session, const orbperix_cast_session_property* property);
+ORBPERIX_API int orbperix_cast_session_release(orbperix_cast_session_handle session);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* ORBPERIX_ORBPERIX_C_H_ */

@@ -1,0 +1,150 @@
+// The C interface of the manager: initialise, finalise, and create/destroy of the three
+// provider kinds. The C++ manager requires its host to serialise these calls; the wrapper does
+// it for C hosts with one mutex, so C hosts may call them from any thread.
+#include <mutex>
+#include <utility>
+
+#include "capi/capi_common.h"
+#include "capi/listener_routes.h"
+#include "orbperix/manager.h"
+
+namespace OrbPerix {
+namespace capi {
+namespace {
+
+std::mutex& ManagerMutex() noexcept {
+    static std::mutex* mutex = new std::mutex();  // leaked: usable at process exit
+    return *mutex;
+}
+
+PERIXProviderManager& Manager() noexcept { return PERIXProviderManager::GetInstance(); }
+
+// Create and destroy of one provider kind, written once.
+template <typename T>
+struct Registry;
+template <>
+struct Registry<IInputProvider> {
+    static std::shared_ptr<IInputProvider> Create() { return Manager().CreateInputProvider(); }
+    static bool Destroy(std::shared_ptr<IInputProvider> p) {
+        return Manager().DestoryInputProvider(std::move(p));
+    }
+};
+template <>
+struct Registry<ISourceProvider> {
+    static std::shared_ptr<ISourceProvider> Create() { return Manager().CreateSourceProvider(); }
+    static bool Destroy(std::shared_ptr<ISourceProvider> p) {
+        return Manager().DestorySourceProvider(std::move(p));
+    }
+};
+template <>
+struct Registry<ISinkProvider> {
+    static std::shared_ptr<ISinkProvider> Create() { return Manager().CreateSinkProvider(); }
+    static bool Destroy(std::shared_ptr<ISinkProvider> p) {
+        return Manager().DestorySinkProvider(std::move(p));
+    }
+};
+
+template <typename T>
+uint64_t CreateProvider(const char* scope) noexcept {
+    try {
+        std::lock_guard<std::mutex> lock(ManagerMutex());
+        std::shared_ptr<T> provider = Registry<T>::Create();
+        if (!provider) {
+            return 0;  // the manager's result, as in C++
+        }
+        const uint64_t handle = HandleTable::Instance().Add(KindOf<T>::value, provider);
+        if (handle == 0) {
+            Registry<T>::Destroy(std::move(provider));
+            Fail(scope, ORBPERIX_C_NO_MEMORY, "no handle for the new provider (out of memory)");
+        }
+        return handle;
+    } catch (...) {
+        Fail(scope, ORBPERIX_C_NO_MEMORY, "out of memory");
+        return 0;
+    }
+}
+
+template <typename T>
+int DestroyProvider(uint64_t handle, const char* scope) noexcept {
+    std::shared_ptr<T> provider;
+    int result = 0;
+    try {
+        std::lock_guard<std::mutex> lock(ManagerMutex());
+        provider = std::static_pointer_cast<T>(
+            HandleTable::Instance().Remove(handle, KindOf<T>::value));
+        if (!provider) {
+            log::Trace(LOG_MESSAGE_ERROR, scope, "invalid handle ", handle);
+            return ORBPERIX_C_BAD_HANDLE;
+        }
+        result = Registry<T>::Destroy(provider) ? 1 : 0;
+    } catch (...) {
+        result = Fail(scope, -13, "unexpected exception");
+    }
+    // The provider dies here (or when a call still using it ends), outside the manager lock.
+    provider.reset();
+    return result;
+}
+
+}  // namespace
+}  // namespace capi
+}  // namespace OrbPerix
+
+using namespace OrbPerix;
+using namespace OrbPerix::capi;
+
+extern "C" {
+
+int orbperix_initialize(struct tagPERIXLogFuncGroup* log_funcs, const char* init_text) {
+    if (init_text == nullptr) {
+        return Fail(ORBPERIX_C_SCOPE(orbperix_initialize), ORBPERIX_C_INVALID_ARGUMENT,
+                    "init_text is null");
+    }
+    try {
+        std::lock_guard<std::mutex> lock(ManagerMutex());
+        return Manager().Initialize(log_funcs, std::string(init_text));
+    } catch (...) {
+        return Fail(ORBPERIX_C_SCOPE(orbperix_initialize), ORBPERIX_C_NO_MEMORY, "out of memory");
+    }
+}
+
+int orbperix_is_initialized(void) {
+    try {
+        std::lock_guard<std::mutex> lock(ManagerMutex());
+        return Manager().IsManagerInitialized() ? 1 : 0;
+    } catch (...) {
+        return 0;
+    }
+}
+
+void orbperix_finalize(void) {
+    try {
+        std::lock_guard<std::mutex> lock(ManagerMutex());
+        Manager().Finalize();
+    } catch (...) {
+    }
+}
+
+orbperix_input_handle orbperix_create_input_provider(void) {
+    return CreateProvider<IInputProvider>(ORBPERIX_C_SCOPE(orbperix_create_input_provider));
+}
+orbperix_source_handle orbperix_create_source_provider(void) {
+    return CreateProvider<ISourceProvider>(ORBPERIX_C_SCOPE(orbperix_create_source_provider));
+}
+orbperix_sink_handle orbperix_create_sink_provider(void) {
+    return CreateProvider<ISinkProvider>(ORBPERIX_C_SCOPE(orbperix_create_sink_provider));
+}
+
+int orbperix_destroy_input_provider(orbperix_input_handle provider) {
+    return DestroyProvider<IInputProvider>(provider,
+                                           ORBPERIX_C_SCOPE(orbperix_destroy_input_provider));
+}
+int orbperix_destroy_source_provider(orbperix_source_handle provider) {
+    return DestroyProvider<ISourceProvider>(provider,
+                                            ORBPERIX_C_SCOPE(orbperix_destroy_source_provider));
+}
+int orbperix_destroy_sink_provider(orbperix_sink_handle provider) {
+    return DestroyProvider<ISinkProvider>(provider,
+                                          ORBPERIX_C_SCOPE(orbperix_destroy_sink_provider));
+}
+
+}  // extern "C"
