@@ -15,7 +15,19 @@
 
 #include <stdint.h>
 
+#ifdef __cplusplus
 #include "orbperix/engine_tables.h"
+#else
+/* C programs (the C interface's test) use the control functions; the engine records stay
+ * incomplete types for them. */
+typedef struct PerixDeviceChangeNotify PerixDeviceChangeNotify;
+typedef struct PerixServiceChangeNotify PerixServiceChangeNotify;
+typedef struct BinaryData BinaryData;
+typedef struct PerixButtonIdentity PerixButtonIdentity;
+typedef struct PerixButtonNotify PerixButtonNotify;
+typedef struct PerixServiceId PerixServiceId;
+typedef struct PerixStreamNotify PerixStreamNotify;
+#endif
 
 #if defined(_WIN32)
 #if defined(PERIX_SIM_COMPILING)

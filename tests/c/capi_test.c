@@ -1,0 +1,649 @@
+/* The C interface driven from C (C11): whole sessions of the three provider kinds against the
+ * simulated engine, listener delivery with user data, remote-control packets compared with the
+ * same events posted through the C++ interface, and misuse (null and stale handles, null
+ * records and data, lengths 0 and -1, unknown service types).
+ *
+ * The library loads the simulated engine from this program's folder, as it loads the real one.
+ * Prints one line per failed check and a closing "N passed, M failed"; exits 1 on failure. */
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include "SinkTestApi.h"
+#include "cpp_reference.h"
+#include "orbperix/orbperix_c.h"
+#include "perix_sim.h"
+#include "perix_sim_peer.h"
+#include "perix_sim_streams.h"
+
+static int g_passed;
+static int g_failed;
+
+#define CHECK(cond)                                                            \
+    do {                                                                       \
+        if (cond) {                                                            \
+            ++g_passed;                                                        \
+        } else {                                                               \
+            ++g_failed;                                                        \
+            printf("FAILED %s:%d: %s\n", __FILE__, __LINE__, #cond);           \
+        }                                                                      \
+    } while (0)
+#define CHECK_EQ(actual, expected)                                             \
+    do {                                                                       \
+        long long a_ = (long long)(actual);                                    \
+        long long e_ = (long long)(expected);                                  \
+        if (a_ == e_) {                                                        \
+            ++g_passed;                                                        \
+        } else {                                                               \
+            ++g_failed;                                                        \
+            printf("FAILED %s:%d: %s == %lld, expected %lld\n", __FILE__, __LINE__, \
+                   #actual, a_, e_);                                           \
+        }                                                                      \
+    } while (0)
+
+/* ---- Log lines ---- */
+
+/* Lines written since `from` whose text contains `needle`. */
+static int CountLinesSince(int from, const char* needle) {
+    int count = 0;
+    int total = tracekit_test_line_count();
+    for (int i = from; i < total; ++i) {
+        char text[1024];
+        if (tracekit_test_line(i, NULL, text, (int)sizeof(text)) >= 0 && strstr(text, needle)) {
+            ++count;
+        }
+    }
+    return count;
+}
+
+/* ---- Records ---- */
+
+static orbperix_device_info Device(const char* peer, int32_t port) {
+    orbperix_device_info d;
+    memset(&d, 0, sizeof(d));
+    strcpy(d.local_device_id, "capi-host");
+    d.local_device_id_len = (uint32_t)strlen(d.local_device_id);
+    strcpy(d.peer_device_id, peer);
+    d.peer_device_id_len = (uint32_t)strlen(peer);
+    d.server_port = port;
+    d.connect_type = 1;
+    d.session_key[0] = 0x5A;
+    return d;
+}
+
+static orbperix_service Service(const char* device, const char* service, uint32_t type) {
+    orbperix_service s;
+    s.device_id = device;
+    s.device_id_len = ORBPERIX_C_NUL_TERMINATED;
+    s.service_id = service;
+    s.service_id_len = ORBPERIX_C_NUL_TERMINATED;
+    s.service_type = type;
+    return s;
+}
+
+/* The reference events of cpp_reference.cpp, built with the C names. */
+static orbperix_remote_event BuildEvent(int index) {
+    orbperix_remote_event e;
+    memset(&e, 0, sizeof(e));
+    switch (index) {
+        case 0:
+            e.type = ORBPERIX_REMOTE_TOUCH;
+            e.payload.touch.action = 0;
+            e.payload.touch.pointer_count = 2;
+            e.payload.touch.pointer_ids[0] = 1;
+            e.payload.touch.pointer_ids[1] = 2;
+            e.payload.touch.x[0] = 0.25;
+            e.payload.touch.y[0] = 0.5;
+            e.payload.touch.x[1] = 0.75;
+            e.payload.touch.y[1] = 0.125;
+            break;
+        case 1:
+            e.type = ORBPERIX_REMOTE_KEY;
+            e.payload.key.action = 1;
+            e.payload.key.key_value1 = 0x1234;
+            e.payload.key.key_value2 = 0x00AB;
+            e.payload.key.key_value3 = 0x01020304;
+            break;
+        case 2:
+            e.type = ORBPERIX_REMOTE_MOUSE;
+            e.header_flags = 0x08;
+            e.header_tag = 0x5A;
+            e.payload.mouse.action = 2;
+            e.payload.mouse.button = 1;
+            e.payload.mouse.coords[0] = 10.5;
+            e.payload.mouse.coords[1] = 20.25;
+            e.payload.mouse.coords[2] = 640;
+            e.payload.mouse.coords[3] = 480;
+            break;
+        case 3:
+            e.type = ORBPERIX_REMOTE_WHEEL;
+            e.payload.wheel.action = 1;
+            e.payload.wheel.buttons = 5;
+            e.payload.wheel.wheel_value = 120;
+            e.payload.wheel.x = 0.5;
+            e.payload.wheel.y = 0.25;
+            break;
+        case 4:
+            e.type = ORBPERIX_REMOTE_TEXT_INPUT;
+            e.payload.input.action = 0;
+            e.payload.input.u.content.content_length = 5;
+            memcpy(e.payload.input.u.content.content, "hello", 5);
+            break;
+        case 5:
+            e.type = ORBPERIX_REMOTE_MESSAGE;
+            e.payload.message.action = 0;
+            e.payload.message.message_length = 6;
+            e.payload.message.message_word = 0x0102;
+            memcpy(e.payload.message.message_data, "abcd", 4);
+            break;
+        default:
+            e.type = ORBPERIX_REMOTE_ZOOM;
+            e.payload.zoom.x = 0.5;
+            e.payload.zoom.y = 0.5;
+            e.payload.zoom.zoom_value = 0x0203;
+            break;
+    }
+    return e;
+}
+
+/* Where the packet's 4-byte big-endian timestamp sits (just before an optional padding byte). */
+static int TimestampAt(const perix_sim_packet* p) {
+    for (int back = 4; back <= 5; ++back) {
+        int at = (int)p->length - back;
+        if (at < 0) {
+            continue;
+        }
+        uint32_t v = ((uint32_t)p->bytes[at] << 24) | ((uint32_t)p->bytes[at + 1] << 16) |
+                     ((uint32_t)p->bytes[at + 2] << 8) | (uint32_t)p->bytes[at + 3];
+        if (v == p->timestamp_ms) {
+            return at;
+        }
+    }
+    return -1;
+}
+
+/* Equal packets apart from the timestamp (the two posts may fall in different milliseconds). */
+static int SamePacket(const perix_sim_packet* a, const perix_sim_packet* b) {
+    if (a->length != b->length || a->length > PERIX_SIM_PACKET_BYTES || !a->decoded ||
+        !b->decoded) {
+        return 0;
+    }
+    int ta = TimestampAt(a);
+    int tb = TimestampAt(b);
+    if (ta < 0 || ta != tb) {
+        return 0;
+    }
+    for (uint32_t i = 0; i < a->length; ++i) {
+        if ((int)i >= ta && (int)i < ta + 4) {
+            continue;
+        }
+        if (a->bytes[i] != b->bytes[i]) {
+            return 0;
+        }
+    }
+    return 1;
+}
+
+/* ---- Listener record: what each callback received, per user data ---- */
+
+typedef struct Received {
+    int device_changes, service_changes, data, buttons, audio, refresh;
+    char last_device[64];
+    char last_service[64];
+    uint32_t words[3];
+    uint32_t service_type;
+    uint8_t bytes[16];
+    uint32_t length;
+} Received;
+
+static void KeepText(char* out, const char* text, uint32_t len) {
+    if (len > 63) {
+        len = 63;
+    }
+    memcpy(out, text, len);
+    out[len] = '\0';
+}
+
+static void KeepBytes(Received* r, const uint8_t* data, uint32_t len) {
+    r->length = len;
+    if (data != NULL) {
+        memcpy(r->bytes, data, len < sizeof(r->bytes) ? len : sizeof(r->bytes));
+    }
+}
+
+static void OnDeviceChange(void* user_data, const orbperix_device_change* info) {
+    Received* r = (Received*)user_data;
+    ++r->device_changes;
+    KeepText(r->last_device, info->device_id, info->device_id_len);
+    r->words[0] = info->word0;
+    r->words[1] = info->word1;
+}
+
+static void OnServiceChange(void* user_data, const orbperix_service_change* info) {
+    Received* r = (Received*)user_data;
+    ++r->service_changes;
+    KeepText(r->last_device, info->device_id, info->device_id_len);
+    KeepText(r->last_service, info->service_id, info->service_id_len);
+    r->words[0] = info->word0;
+    r->words[1] = info->word1;
+    r->words[2] = info->word2;
+}
+
+static void OnData(void* user_data, const char* device_id, uint32_t device_id_len,
+                   const orbperix_binary* data) {
+    Received* r = (Received*)user_data;
+    ++r->data;
+    KeepText(r->last_device, device_id, device_id_len);
+    r->words[0] = data->word0;
+    r->words[1] = data->word1;
+    KeepBytes(r, data->data, data->len);
+}
+
+static void KeepService(Received* r, const orbperix_service* s) {
+    KeepText(r->last_device, s->device_id, (uint32_t)s->device_id_len);
+    KeepText(r->last_service, s->service_id, (uint32_t)s->service_id_len);
+    r->service_type = s->service_type;
+}
+
+static void OnButton(void* user_data, const orbperix_service* service,
+                     const orbperix_button_notify* info) {
+    Received* r = (Received*)user_data;
+    ++r->buttons;
+    KeepService(r, service);
+    r->words[0] = info->word0;
+    r->words[1] = info->word1;
+    KeepBytes(r, info->data, info->data_len);
+}
+
+static void OnAudio(void* user_data, const orbperix_service* service,
+                    const orbperix_stream_data* data) {
+    Received* r = (Received*)user_data;
+    ++r->audio;
+    KeepService(r, service);
+    r->words[0] = data->a;
+    r->words[1] = data->b;
+    KeepBytes(r, data->data, data->data_len);
+}
+
+static void OnRefresh(void* user_data, const orbperix_service* service,
+                      const orbperix_stream_data* data) {
+    Received* r = (Received*)user_data;
+    ++r->refresh;
+    KeepService(r, service);
+    r->words[0] = data->a;
+    r->words[1] = data->b;
+    KeepBytes(r, data->data, data->data_len);
+}
+
+static const orbperix_listener kListener = {OnDeviceChange, OnServiceChange, OnData,
+                                            OnAudio,        OnButton,        OnRefresh};
+
+/* ---- Sessions ---- */
+
+static void InputSession(void) {
+    static const uint8_t payload[3] = {0xA1, 0xB2, 0xC3};
+    Received a, b;
+    memset(&a, 0, sizeof(a));
+    memset(&b, 0, sizeof(b));
+
+    CHECK_EQ(capi_ref_open(), 0); /* before ours: creating an input provider resets its kind */
+    orbperix_input_handle input = orbperix_create_input_provider();
+    CHECK(input != 0);
+    CHECK_EQ(orbperix_input_init(input), 0);
+
+    orbperix_device_info peerA = Device("peer-A", 5);
+    orbperix_device_info peerB = Device("peer-B", 6);
+    CHECK_EQ(orbperix_input_register_listener(input, &peerA, &kListener, &a), 0);
+    void* handleA = perix_sim_last_handle();
+    CHECK_EQ(orbperix_input_register_listener(input, &peerB, &kListener, &b), 0);
+    void* handleB = perix_sim_last_handle();
+    CHECK(handleA != NULL && handleB != NULL && handleA != handleB);
+    /* A second registration of the same peer is refused and keeps the first listener. */
+    CHECK_EQ(orbperix_input_register_listener(input, &peerA, &kListener, &b), -13);
+
+    CHECK_EQ(orbperix_input_connect_device(input, &peerA), 0);
+    perix_sim_call call;
+    CHECK_EQ(perix_sim_find_call(PERIX_SIM_MAIN, 6, 0, &call), 0); /* PERIXStartService */
+    CHECK(strcmp(call.text, "peer-A") == 0);
+    CHECK_EQ(orbperix_input_connect_device(input, &peerA), -4); /* already connected */
+
+    orbperix_service button = Service("peer-A", "svc-button", 6);
+    CHECK_EQ(orbperix_input_start_device_service(input, &button, NULL), 0);
+    CHECK_EQ(perix_sim_find_call(PERIX_SIM_MAIN, 10, 0, &call), 0); /* PERIXAddVirtualService */
+    CHECK(strcmp(call.text, "svc-button") == 0);
+    CHECK_EQ(orbperix_input_open_button(input, &button, NULL), 0);
+    CHECK_EQ(perix_sim_count_calls(PERIX_SIM_BUTTON, 1), 1); /* ButtonOpen */
+
+    /* Remote-control events: through C, then the same events through C++. */
+    perix_sim_peer_clear_packets();
+    int events = capi_ref_event_count();
+    for (int i = 0; i < events; ++i) {
+        orbperix_remote_event e = BuildEvent(i);
+        CHECK_EQ(orbperix_input_post_remote_ctrl_event(input, &button, &e), 0);
+    }
+    for (int i = 0; i < events; ++i) {
+        CHECK_EQ(capi_ref_post(i, "peer-A", "svc-button"), 0);
+    }
+    CHECK_EQ(perix_sim_peer_packet_count(), 2 * events);
+    for (int i = 0; i < events; ++i) {
+        perix_sim_packet fromC, fromCpp;
+        CHECK_EQ(perix_sim_peer_get_packet(i, &fromC), 0);
+        CHECK_EQ(perix_sim_peer_get_packet(events + i, &fromCpp), 0);
+        if (!SamePacket(&fromC, &fromCpp)) {
+            printf("  event %d: C packet (%u bytes, %s) differs from C++ packet (%u bytes, %s)\n",
+                   i, fromC.length, fromC.description, fromCpp.length, fromCpp.description);
+        }
+        CHECK(SamePacket(&fromC, &fromCpp));
+        CHECK(strcmp(fromC.device_id, "peer-A") == 0 && strcmp(fromC.service_id, "svc-button") == 0);
+    }
+
+    /* Raw button write, binary data, the data and event callbacks, pass-through. */
+    CHECK_EQ(orbperix_input_button_write_stream_buffer(input, &button, payload, 3), 0);
+    perix_sim_packet raw;
+    CHECK_EQ(perix_sim_peer_get_packet(2 * events, &raw), 0);
+    CHECK(raw.length == 3 && memcmp(raw.bytes, payload, 3) == 0);
+    orbperix_binary binary = {1, 2, payload, 3};
+    CHECK_EQ(orbperix_input_send_data(input, "peer-A", -1, &binary), 0);
+    CHECK_EQ(orbperix_input_send_data_no_result(input, "peer-Axx", 6, &binary), 0);
+    CHECK_EQ(orbperix_input_send_binary_data(input, "peer-A", 6, &binary), 0);
+    CHECK_EQ(perix_sim_count_calls(PERIX_SIM_MAIN, 16), 3); /* PERIXSendBinaryData */
+    CHECK_EQ(orbperix_input_register_data_listener(input, "peer-A", -1, 3, NULL), 0);
+    CHECK_EQ(orbperix_input_unregister_data_listener(input, "peer-A", -1, 3), 0);
+    CHECK_EQ(orbperix_input_register_data_listener(input, "nobody", -1, 3, NULL), -4);
+    CHECK_EQ(orbperix_input_register_event_callback(input, "peer-A", -1, 4, NULL), 0);
+    CHECK_EQ(perix_sim_count_calls(PERIX_SIM_MAIN, 7), 2); /* PERIXRegisterCallback */
+    perix_sim_set_slot_result(PERIX_SIM_MAIN, 9, 77);
+    CHECK_EQ(orbperix_input_send_by_handler(input, NULL, NULL, NULL), 77);
+    perix_sim_set_slot_result(PERIX_SIM_MAIN, 9, 0);
+
+    /* Every input notification kind reaches the listener of its peer with its user data. */
+    static const uint8_t extra[2] = {9, 8};
+    CHECK_EQ(perix_sim_peer_post_device_change(handleA, "peer-A", 7, 8), 0);
+    CHECK_EQ(perix_sim_peer_post_device_change(handleB, "peer-B", 1, 2), 0);
+    CHECK_EQ(perix_sim_peer_post_service_change(handleA, "peer-A", "svc-x", 3, 4, 5), 0);
+    CHECK_EQ(perix_sim_peer_post_data(handleA, 11, 12, payload, 3), 0);
+    CHECK_EQ(perix_sim_peer_post_button("peer-A", "svc-button", 2, 3, extra, 2), 0);
+    perix_sim_peer_flush();
+    CHECK_EQ(a.device_changes, 1);
+    CHECK_EQ(b.device_changes, 1);
+    CHECK(strcmp(b.last_device, "peer-B") == 0 && b.words[0] == 1 && b.words[1] == 2);
+    CHECK_EQ(a.service_changes, 1);
+    CHECK_EQ(a.data, 1);
+    CHECK_EQ(a.buttons, 1);
+    CHECK(strcmp(a.last_device, "peer-A") == 0 && strcmp(a.last_service, "svc-button") == 0);
+    CHECK(a.service_type == 6 && a.words[0] == 2 && a.words[1] == 3);
+    CHECK(a.length == 2 && a.bytes[0] == 9 && a.bytes[1] == 8);
+    /* Content of the service change and the data, delivered one at a time. */
+    memset(&a, 0, sizeof(a));
+    perix_sim_peer_post_service_change(handleA, "peer-A", "svc-x", 3, 4, 5);
+    perix_sim_peer_flush();
+    CHECK(strcmp(a.last_service, "svc-x") == 0 && a.words[0] == 3 && a.words[1] == 4 &&
+          a.words[2] == 5);
+    perix_sim_peer_post_data(handleA, 11, 12, payload, 3);
+    perix_sim_peer_flush();
+    CHECK(strcmp(a.last_device, "peer-A") == 0 && a.words[0] == 11 && a.words[1] == 12);
+    CHECK(a.length == 3 && memcmp(a.bytes, payload, 3) == 0);
+
+    /* Teardown. */
+    CHECK_EQ(orbperix_input_unregister_listener(input, &peerA), 0);
+    CHECK_EQ(orbperix_input_close_button(input, &button, NULL, NULL), 0);
+    CHECK_EQ(orbperix_input_stop_device_service(input, &button), 0);
+    CHECK_EQ(orbperix_input_disconnect_device(input, &peerA), 0);
+    CHECK_EQ(orbperix_input_disconnect_device(input, &peerA), -4);
+    CHECK_EQ(orbperix_input_deinit(input), 0);
+    CHECK_EQ(orbperix_destroy_input_provider(input), 1);
+    capi_ref_close();
+}
+
+static void SourceSession(void) {
+    Received r;
+    memset(&r, 0, sizeof(r));
+    orbperix_source_handle source = orbperix_create_source_provider();
+    CHECK(source != 0);
+    CHECK_EQ(orbperix_source_init(source), 0);
+    orbperix_device_info peer = Device("peer-S", 7);
+    CHECK_EQ(orbperix_source_register_listener(source, &peer, &kListener, &r), 0);
+    void* handle = perix_sim_last_handle();
+    CHECK_EQ(orbperix_source_connect_device(source, &peer), 0);
+
+    orbperix_service audio = Service("peer-S", "svc-audio", 0);
+    orbperix_audio_param param = {1, 2, 3, 4, 5, 6, 7};
+    CHECK_EQ(orbperix_source_start_device_service(source, &audio, NULL), 0);
+    CHECK_EQ(orbperix_source_open_audio(source, &audio, &param), 0);
+    perix_sim_call call;
+    CHECK_EQ(perix_sim_find_call(PERIX_SIM_AUDIO, 2, 0, &call), 0); /* AudioOpen */
+    CHECK(strcmp(call.text, "peer-S") == 0);
+    uint8_t pcm[16];
+    for (int i = 0; i < 16; ++i) {
+        pcm[i] = (uint8_t)(i * 7);
+    }
+    CHECK_EQ(orbperix_source_audio_write_stream_buffer(source, &audio, pcm, sizeof(pcm)), 0);
+    perix_sim_stream_stats stats;
+    CHECK_EQ(perix_sim_stream_stats_of(PERIX_SIM_STREAM_AUDIO, &stats), 0);
+    CHECK(stats.buffers == 1 && stats.bytes == 16);
+    CHECK(stats.checksum == perix_sim_fnv1a(PERIX_SIM_FNV1A_BASIS, pcm, sizeof(pcm)));
+    perix_sim_set_slot_result(PERIX_SIM_AUDIO, 6, 31);
+    CHECK_EQ(orbperix_source_audio_pass_through(source, NULL, NULL), 31);
+    perix_sim_set_slot_result(PERIX_SIM_AUDIO, 6, 0);
+
+    orbperix_service refresh = Service("peer-S", "svc-refresh", 11);
+    CHECK_EQ(orbperix_source_open_partial_refresh(source, &refresh), 0);
+    CHECK_EQ(orbperix_source_partial_refresh_write_stream_buffer(source, &refresh, pcm, 8), 0);
+    CHECK_EQ(perix_sim_stream_stats_of(PERIX_SIM_STREAM_REFRESH, &stats), 0);
+    CHECK(stats.buffers == 1 && stats.bytes == 8);
+    /* Length 0 is refused by the library; -1 goes to the engine, which does not read it. */
+    CHECK_EQ(orbperix_source_partial_refresh_write_stream_buffer(source, &refresh, pcm, 0), -2);
+    CHECK_EQ(orbperix_source_partial_refresh_write_stream_buffer(source, &refresh, pcm, -1), 0);
+    CHECK_EQ(perix_sim_stream_stats_of(PERIX_SIM_STREAM_REFRESH, &stats), 0);
+    CHECK(stats.unreadable == 1);
+    CHECK_EQ(orbperix_source_partial_refresh_write_stream_buffer(source, &refresh, NULL, 8), -2);
+
+    /* Audio and refresh deliveries, and the general notifications, reach the source listener. */
+    static const uint8_t back[4] = {4, 3, 2, 1};
+    CHECK_EQ(perix_sim_deliver_audio("peer-S", "svc-audio", 3, 21, 22, back, 4), 0);
+    perix_sim_deliveries_flush();
+    CHECK_EQ(r.audio, 1);
+    CHECK(strcmp(r.last_device, "peer-S") == 0 && strcmp(r.last_service, "svc-audio") == 0);
+    CHECK(r.service_type == 9 && r.words[0] == 21 && r.words[1] == 22); /* engine 3 -> host 9 */
+    CHECK(r.length == 4 && memcmp(r.bytes, back, 4) == 0);
+    CHECK_EQ(perix_sim_deliver_refresh("peer-S", "svc-refresh", 31, 32, back, 3), 0);
+    perix_sim_deliveries_flush();
+    CHECK_EQ(r.refresh, 1);
+    CHECK(strcmp(r.last_service, "svc-refresh") == 0 && r.service_type == 11);
+    CHECK(r.words[0] == 31 && r.words[1] == 32 && r.length == 3);
+    CHECK_EQ(perix_sim_peer_post_device_change(handle, "peer-S", 41, 42), 0);
+    perix_sim_peer_flush();
+    CHECK_EQ(r.device_changes, 1);
+    CHECK(r.words[0] == 41 && r.words[1] == 42);
+
+    CHECK_EQ(orbperix_source_close_partial_refresh(source, &refresh), 0);
+    CHECK_EQ(orbperix_source_close_audio(source, &audio), 0);
+    CHECK_EQ(orbperix_source_stop_device_service(source, &audio), 0);
+    CHECK_EQ(orbperix_source_disconnect_device(source, &peer), 0);
+    /* After the disconnect a late delivery reaches nobody. */
+    perix_sim_deliver_audio("peer-S", "svc-audio", 3, 1, 1, back, 4);
+    perix_sim_deliveries_flush();
+    CHECK_EQ(r.audio, 1);
+    CHECK_EQ(orbperix_source_deinit(source), 0);
+    CHECK_EQ(orbperix_destroy_source_provider(source), 1);
+}
+
+static void SinkSession(void) {
+    orbperix_sink_handle sink = orbperix_create_sink_provider();
+    CHECK(sink != 0);
+    CHECK_EQ(orbperix_sink_init(sink), 0);
+    orbperix_device_info peer = Device("peer-K", 9);
+    CHECK_EQ(orbperix_sink_connect_device(sink, &peer), 0);
+    CHECK_EQ(orbperix_sink_create_mesh_provider(sink, &peer), 0);
+    perix_sim_set_trace_id(0xabc);
+    int mark = tracekit_test_line_count();
+    CHECK_EQ(orbperix_sink_get_connection_status(sink), 0);
+    CHECK_EQ(CountLinesSince(mark, "traceId: abc"), 1);
+    perix_sim_set_slot_result(PERIX_SIM_MAIN, 8, 3);
+    CHECK_EQ(orbperix_sink_get_connection_status(sink), 3);
+    perix_sim_set_slot_result(PERIX_SIM_MAIN, 8, 0);
+    CHECK_EQ(orbperix_sink_register_engine_callback(sink, 2, NULL), 0);
+    CHECK_EQ(orbperix_sink_send_by_handler(sink, NULL, NULL, NULL), 0);
+    CHECK_EQ(orbperix_sink_disconnect_device(sink, &peer, NULL), 0);
+    orbperix_device_info portZero = Device("peer-K", 0);
+    CHECK_EQ(orbperix_sink_connect_device(sink, &portZero), -5);
+    CHECK_EQ(orbperix_sink_deinit(sink), 0);
+    CHECK_EQ(orbperix_destroy_sink_provider(sink), 1);
+}
+
+/* ---- Misuse ---- */
+
+/* `result` is ORBPERIX_C_BAD_HANDLE with exactly one error line naming `function`. */
+#define CHECK_BAD_HANDLE(call, function)                                          \
+    do {                                                                          \
+        int mark_ = tracekit_test_line_count();                                   \
+        CHECK_EQ((call), ORBPERIX_C_BAD_HANDLE);                                  \
+        CHECK_EQ(CountLinesSince(mark_, "(orbperix_c::" function ")"), 1);        \
+        CHECK_EQ(tracekit_test_line_count() - mark_, 1);                          \
+    } while (0)
+
+static void BadHandles(void) {
+    orbperix_device_info peer = Device("peer-X", 5);
+    orbperix_service service = Service("peer-X", "svc", 6);
+    orbperix_remote_event event = BuildEvent(1);
+
+    CHECK_BAD_HANDLE(orbperix_input_init(0), "orbperix_input_init");
+    CHECK_BAD_HANDLE(orbperix_input_connect_device(0x123456789ull, &peer),
+                     "orbperix_input_connect_device");
+    CHECK_BAD_HANDLE(orbperix_input_post_remote_ctrl_event(~0ull, &service, &event),
+                     "orbperix_input_post_remote_ctrl_event");
+    CHECK_BAD_HANDLE(orbperix_source_open_audio(0, NULL, NULL), "orbperix_source_open_audio");
+    CHECK_BAD_HANDLE(orbperix_sink_get_connection_status(0), "orbperix_sink_get_connection_status");
+    CHECK_BAD_HANDLE(orbperix_destroy_input_provider(0), "orbperix_destroy_input_provider");
+    CHECK_BAD_HANDLE(orbperix_destroy_cast_session(42), "orbperix_destroy_cast_session");
+
+    /* Stale: destroyed handles stay dead, also after their slot is reused. */
+    orbperix_input_handle input = orbperix_create_input_provider();
+    CHECK(input != 0);
+    CHECK_EQ(orbperix_destroy_input_provider(input), 1);
+    CHECK_BAD_HANDLE(orbperix_destroy_input_provider(input), "orbperix_destroy_input_provider");
+    CHECK_BAD_HANDLE(orbperix_input_deinit(input), "orbperix_input_deinit");
+    orbperix_sink_handle sink = orbperix_create_sink_provider();
+    CHECK(sink != 0 && sink != input);
+    CHECK_BAD_HANDLE(orbperix_input_init(input), "orbperix_input_init");
+    /* A handle of another kind. */
+    CHECK_BAD_HANDLE(orbperix_input_init(sink), "orbperix_input_init");
+    CHECK_BAD_HANDLE(orbperix_source_init(sink), "orbperix_source_init");
+    CHECK_EQ(orbperix_destroy_sink_provider(sink), 1);
+    CHECK_BAD_HANDLE(orbperix_sink_init(sink), "orbperix_sink_init");
+}
+
+static void BadRecords(void) {
+    static const uint8_t bytes[4] = {1, 2, 3, 4};
+    orbperix_input_handle input = orbperix_create_input_provider();
+    orbperix_source_handle source = orbperix_create_source_provider();
+    CHECK(input != 0 && source != 0);
+    CHECK_EQ(orbperix_input_init(input), 0);
+    CHECK_EQ(orbperix_source_init(source), 0);
+    orbperix_device_info peer = Device("peer-N", 5);
+    orbperix_service button = Service("peer-N", "svc-n", 6);
+    orbperix_remote_event event = BuildEvent(2);
+    int mark;
+
+    /* Null records reach the C++ operation as null pointers: its results, its lines. */
+    CHECK_EQ(orbperix_input_register_listener(input, &peer, NULL, NULL), -4);
+    CHECK_EQ(orbperix_input_register_listener(input, NULL, &kListener, NULL), -13);
+    CHECK_EQ(orbperix_input_connect_device(input, NULL), -2);
+    CHECK_EQ(orbperix_input_disconnect_device(input, NULL), -2);
+    mark = tracekit_test_line_count();
+    CHECK_EQ(orbperix_input_post_remote_ctrl_event(input, NULL, &event), -2);
+    CHECK_EQ(orbperix_input_post_remote_ctrl_event(input, &button, NULL), -2);
+    CHECK_EQ(CountLinesSince(mark, "PostRemoteCtrlEvent the parameter service or event is null."), 2);
+    CHECK_EQ(CountLinesSince(mark, "orbperix_c::"), 0);
+    CHECK_EQ(orbperix_input_post_remote_ctrl_event(input, &button, &event), -4); /* no session */
+    CHECK_EQ(orbperix_input_open_button(input, NULL, NULL), -2);
+    CHECK_EQ(orbperix_input_start_device_service(input, NULL, NULL), -2);
+    CHECK_EQ(orbperix_source_open_audio(source, NULL, NULL), -2);
+    orbperix_service audio = Service("peer-N", "a", 0);
+    CHECK_EQ(orbperix_source_open_audio(source, &audio, NULL), -2);
+    mark = tracekit_test_line_count();
+    CHECK_EQ(orbperix_input_send_data(input, "peer-N", -1, NULL), 0);
+    CHECK_EQ(CountLinesSince(mark, "SendBinaryData param invalid"), 1);
+    CHECK_EQ(orbperix_input_register_data_listener(input, NULL, 0, 1, NULL), -2);
+    CHECK_EQ(orbperix_source_unregister_data_listener(source, NULL, -1, 1), -2);
+
+    /* Texts the wrapper cannot read: its own -2 and one line. */
+    mark = tracekit_test_line_count();
+    CHECK_EQ(orbperix_input_register_data_listener(input, "peer-N", -2, 1, NULL), -2);
+    CHECK_EQ(orbperix_input_register_event_callback(input, NULL, -1, 1, NULL), -2);
+    orbperix_service broken = Service(NULL, "svc", 6);
+    broken.device_id_len = 4;
+    CHECK_EQ(orbperix_input_open_button(input, &broken, NULL), -2);
+    CHECK_EQ(CountLinesSince(mark, "(orbperix_c::"), 3);
+    CHECK_EQ(orbperix_initialize(NULL, NULL), ORBPERIX_C_INVALID_ARGUMENT);
+
+    /* Lengths 0 and -1 on the data paths. */
+    orbperix_binary empty = {0, 0, bytes, 0};
+    mark = tracekit_test_line_count();
+    CHECK_EQ(orbperix_input_send_binary_data(input, "peer-N", -1, &empty), 0);
+    CHECK_EQ(CountLinesSince(mark, "serviceHandler is null"), 1); /* no session yet */
+    orbperix_service text0 = Service("", "", 6);
+    text0.device_id_len = 0;
+    text0.service_id_len = 0;
+    CHECK_EQ(orbperix_input_start_device_service(input, &text0, NULL), -2); /* empty device id */
+
+    /* Unknown service types. */
+    orbperix_service unknown = Service("peer-N", "svc", 99);
+    mark = tracekit_test_line_count();
+    CHECK_EQ(orbperix_input_open_button(input, &unknown, NULL), -2);
+    CHECK_EQ(orbperix_input_close_button(input, &unknown, NULL, NULL), -2);
+    CHECK_EQ(orbperix_source_open_partial_refresh(source, &unknown), -2);
+    CHECK_EQ(orbperix_source_close_partial_refresh(source, &button), -2);
+    CHECK_EQ(CountLinesSince(mark, "type Invalid: 99"), 3);
+    CHECK_EQ(CountLinesSince(mark, "type Invalid: 6"), 1);
+
+    /* The cast bridge's records. */
+    CHECK_EQ(orbperix_set_cast_engine_local_device(NULL), ORBPERIX_C_INVALID_ARGUMENT);
+    CHECK_EQ(orbperix_create_cast_session(NULL), 0);
+
+    CHECK_EQ(orbperix_input_deinit(input), 0);
+    CHECK_EQ(orbperix_source_deinit(source), 0);
+    CHECK_EQ(orbperix_destroy_input_provider(input), 1);
+    CHECK_EQ(orbperix_destroy_source_provider(source), 1);
+}
+
+static void OnServiceDied(void* user_data) { (void)user_data; }
+
+static void CastBridge(void) {
+    CHECK_EQ(orbperix_init_cast_engine(OnServiceDied, NULL), 1);
+    CHECK_EQ(orbperix_init_cast_engine(NULL, NULL), 1);
+    orbperix_cast_local_device device = {"local-1", "Host", 2, "10.0.0.2"};
+    CHECK_EQ(orbperix_set_cast_engine_local_device(&device), 0);
+    orbperix_cast_session_property property = {1, 2, 1920, 1080, 60, 48000};
+    /* The casting stand-in makes no session unless a C++ test asks it to. */
+    CHECK_EQ(orbperix_create_cast_session(&property), 0);
+}
+
+int main(void) {
+    setvbuf(stdout, NULL, _IONBF, 0);
+    perix_sim_reset();
+    tracekit_test_clear();
+
+    CHECK_EQ(orbperix_is_initialized(), 0);
+    CHECK_EQ(orbperix_initialize(NULL, "capi-test"), 0);
+    CHECK_EQ(orbperix_is_initialized(), 1);
+    CHECK_EQ(orbperix_initialize(NULL, "again"), -4);
+    perix_sim_call call;
+    CHECK_EQ(perix_sim_find_call(PERIX_SIM_MAIN, 0, 0, &call), 0); /* PERIXInitial */
+    CHECK(strcmp(call.text, "capi-test") == 0);
+
+    InputSession();
+    perix_sim_clear_calls();
+    SourceSession();
+    SinkSession();
+    BadHandles();
+    BadRecords();
+    CastBridge();
+
+    orbperix_finalize();
+    CHECK_EQ(orbperix_is_initialized(), 0);
+    perix_sim_reset();
+
+    printf("%d passed, %d failed\n", g_passed, g_failed);
+    return g_failed == 0 ? 0 : 1;
+}
