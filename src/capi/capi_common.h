@@ -56,13 +56,13 @@ inline int Fail(const char* scope, int code, const char* message) noexcept {
 template <typename T, typename Body>
 int WithObject(uint64_t handle, const char* scope, Body&& body) noexcept {
     try {
-        std::shared_ptr<T> object =
-            std::static_pointer_cast<T>(HandleTable::Instance().Find(handle, KindOf<T>::value));
-        if (!object) {
+        // Held as shared_ptr<void> for the call: a typed copy would cost another count pair.
+        const std::shared_ptr<void> owner = HandleTable::Instance().Find(handle, KindOf<T>::value);
+        if (!owner) {
             log::Trace(LOG_MESSAGE_ERROR, scope, "invalid handle ", handle);
             return ORBPERIX_C_BAD_HANDLE;
         }
-        return body(*object);
+        return body(*static_cast<T*>(owner.get()));
     } catch (const std::bad_alloc&) {
         return Fail(scope, ORBPERIX_C_NO_MEMORY, "out of memory");
     } catch (...) {

@@ -1,0 +1,110 @@
+// Cost of the flat C interface: posting a remote-control event through
+// orbperix_input_post_remote_ctrl_event against IInputProvider::PostRemoteCtrlEvent on the same
+// provider object and session, in the same binary. Goal: BM_CapiPost within 1.05x of BM_CppPost.
+//
+// Both run against the simulated engine loaded from the executable's folder, with its button
+// write switched to "return at once" (perix_sim_peer_set_bare_write) so that the library's own
+// work is what is measured. The C path's extra work is the handle lookup, the copies of the
+// service texts and of the event record.
+#include <benchmark/benchmark.h>
+
+#include <cstring>
+#include <memory>
+
+#include "capi/handle_table.h"
+#include "orbperix/orbperix_c.h"
+#include "orbperix/providers.h"
+#include "platform/platform.h"
+
+namespace {
+
+using SetBareWriteFn = void (*)(int);
+
+// Switches the simulated engine's button write to "bare" (found by name: this binary does not
+// link the simulated engine, the library loads it).
+bool SetBareWrite(int on) {
+    void* module = nullptr;
+    if (OrbPerix::platform::LoadModuleBesideExecutable(OrbPerix::platform::EngineModuleFileName(),
+                                                        &module) !=
+        OrbPerix::platform::LoadStep::kLoaded) {
+        return false;
+    }
+    auto fn = reinterpret_cast<SetBareWriteFn>(
+        OrbPerix::platform::FindSymbol(module, "perix_sim_peer_set_bare_write"));
+    if (fn != nullptr) {
+        fn(on);
+    }
+    OrbPerix::platform::UnloadModule(module);
+    return fn != nullptr;
+}
+
+// One connected input session, opened through the C interface.
+struct Session {
+    orbperix_input_handle input = 0;
+    orbperix_device_info device{};
+    orbperix_service service{};
+    orbperix_remote_event event{};
+    bool ok = false;
+
+    Session() {
+        if (orbperix_is_initialized() == 0 && orbperix_initialize(nullptr, "capi-bench") != 0) {
+            return;
+        }
+        if (!SetBareWrite(1)) {
+            return;
+        }
+        input = orbperix_create_input_provider();
+        std::strcpy(device.peer_device_id, "bench-peer");
+        device.connect_type = 1;
+        const orbperix_listener listener{};
+        service = orbperix_service{"bench-peer", -1, "button-0", -1, 6};
+        std::memset(&event, 0, sizeof(event));
+        event.type = ORBPERIX_REMOTE_MOUSE;
+        event.payload.mouse.action = 2;
+        event.payload.mouse.button = 1;
+        event.payload.mouse.coords[0] = 100;
+        event.payload.mouse.coords[1] = 200;
+        ok = input != 0 && orbperix_input_init(input) == 0 &&
+             orbperix_input_register_listener(input, &device, &listener, nullptr) == 0 &&
+             orbperix_input_connect_device(input, &device) == 0;
+    }
+    ~Session() {
+        orbperix_input_disconnect_device(input, &device);
+        orbperix_input_deinit(input);
+        orbperix_destroy_input_provider(input);
+        SetBareWrite(0);
+    }
+};
+
+void BM_CapiPost(benchmark::State& state) {
+    Session s;
+    if (!s.ok) {
+        state.SkipWithError("no session (is liborbperix beside the benchmark?)");
+        return;
+    }
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(orbperix_input_post_remote_ctrl_event(s.input, &s.service, &s.event));
+    }
+}
+BENCHMARK(BM_CapiPost);
+
+void BM_CppPost(benchmark::State& state) {
+    Session s;
+    if (!s.ok) {
+        state.SkipWithError("no session (is liborbperix beside the benchmark?)");
+        return;
+    }
+    // The very object behind the C handle.
+    std::shared_ptr<OrbPerix::IInputProvider> provider =
+        std::static_pointer_cast<OrbPerix::IInputProvider>(
+            OrbPerix::capi::HandleTable::Instance().Find(s.input, OrbPerix::capi::HandleKind::kInput));
+    ServiceInfo service{"bench-peer", "button-0", 6};
+    RemoteCtrlEvent event;
+    std::memcpy(&event, &s.event, sizeof(event));
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(provider->PostRemoteCtrlEvent(&service, &event));
+    }
+}
+BENCHMARK(BM_CppPost);
+
+}  // namespace
