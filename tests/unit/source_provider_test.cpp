@@ -226,7 +226,7 @@ TEST_F(SourceLife, NotificationsInBothChannelsReachTheListenerAsPrivateCopies) {
     }
     const std::string device = "peer-n";
     const std::string service = "speaker";
-    const PerixServiceId id = EngineId(device, service, 1);
+    const PerixServiceId id = EngineId(device, service.c_str(), 1);
     PerixStreamNotify notify{11, 12, 99, static_cast<uint32_t>(sound.size()), sound.data()};
     EXPECT_EQ(0, perix_sim_fire_audio(&id, &notify));
     const PerixServiceId rid = EngineId(device, "screen", 4);

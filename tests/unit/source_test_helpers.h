@@ -4,6 +4,7 @@
 #define ORBPERIX_TESTS_UNIT_SOURCE_TEST_HELPERS_H_
 
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -88,11 +89,11 @@ inline ProviderListener StreamListener() {
     return listener;
 }
 
-// An engine service identity over caller-owned texts.
-inline PerixServiceId EngineId(const std::string& device, const std::string& service,
-                               uint32_t type) {
-    return PerixServiceId{device.data(), static_cast<uint32_t>(device.size()), service.data(),
-                          static_cast<uint32_t>(service.size()), type};
+// An engine service identity over caller-owned texts (`service` a literal or a string that
+// outlives the record).
+inline PerixServiceId EngineId(const std::string& device, const char* service, uint32_t type) {
+    return PerixServiceId{device.data(), static_cast<uint32_t>(device.size()), service,
+                          static_cast<uint32_t>(std::strlen(service)), type};
 }
 
 class SourceTest : public EngineTest {
