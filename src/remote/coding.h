@@ -3,6 +3,7 @@
 #ifndef ORBPERIX_SRC_REMOTE_CODING_H_
 #define ORBPERIX_SRC_REMOTE_CODING_H_
 
+#include <cmath>
 #include <cstdint>
 
 namespace RemoteUtil {
@@ -31,9 +32,10 @@ inline void PutFixed32BE(uint8_t* dst, uint32_t value) {
 // A coordinate or value on the wire: truncated toward zero to a 32-bit signed integer (a value
 // outside that range, or NaN, becomes 0), of which the low 16 bits are kept.
 inline uint16_t CoordinateToWire(double value) {
-    // Every double strictly between these bounds truncates into int32_t; the comparisons are
-    // false for NaN. The cast is therefore always defined.
-    if (!(value > -2147483649.0 && value < 2147483648.0)) {
+    // One comparison covers every case. Values with |v| < 2^31 truncate into int32_t, so the
+    // cast is defined; NaN fails the comparison. The values it also sends as 0 although they
+    // are in range, (-2^31 - 1, -2^31], truncate to INT32_MIN, whose low 16 bits are 0 anyway.
+    if (!(std::fabs(value) < 2147483648.0)) {
         return 0;
     }
     const int32_t whole = static_cast<int32_t>(value);

@@ -74,6 +74,8 @@ static_assert(offsetof(RemoteTouchEvent, pointerIds) + kMaxSenderPointers <=
                       sizeof(RemoteCtrlPayload),
               "pointer reads through the sender stay inside the payload union");
 
+constexpr size_t kTouchArrayLength = sizeof(RemoteTouchEvent::pointerIds);
+
 template <typename T>
 T ReadPayload(const RemoteCtrlPayload& payload, size_t offset) {
     T value{};
@@ -242,12 +244,21 @@ int RemoteController::ConstructTouchEvent(const RemoteCtrlEvent* event, uint8_t*
     // Counts the padding byte that an odd count will cause (9n + 8 is odd when n is).
     PutFixed16BE(body + 1, static_cast<uint16_t>(9 * count + 1 + count % 2));
     body[3] = touch.pointerCount;
+    const size_t declared = static_cast<size_t>(count);
+    const size_t inArrays = declared < kTouchArrayLength ? declared : kTouchArrayLength;
+    uint8_t* pointer = body + 4;
+    for (size_t i = 0; i < inArrays; ++i, pointer += 5) {
+        pointer[0] = touch.pointerIds[i];
+        PutCoordinate(pointer + 1, touch.x[i]);
+        PutCoordinate(pointer + 3, touch.y[i]);
+    }
     const RemoteCtrlPayload& payload = event->payload;
-    for (size_t i = 0; i < static_cast<size_t>(count); ++i) {
-        uint8_t* pointer = body + 4 + 5 * i;
+    for (size_t i = inArrays; i < declared; ++i, pointer += 5) {
         pointer[0] = ReadPayload<uint8_t>(payload, offsetof(RemoteTouchEvent, pointerIds) + i);
-        PutCoordinate(pointer + 1, ReadPayload<double>(payload, offsetof(RemoteTouchEvent, x) + 8 * i));
-        PutCoordinate(pointer + 3, ReadPayload<double>(payload, offsetof(RemoteTouchEvent, y) + 8 * i));
+        PutCoordinate(pointer + 1,
+                      ReadPayload<double>(payload, offsetof(RemoteTouchEvent, x) + 8 * i));
+        PutCoordinate(pointer + 3,
+                      ReadPayload<double>(payload, offsetof(RemoteTouchEvent, y) + 8 * i));
     }
     return length;
 }

@@ -324,7 +324,22 @@ TEST(RemoteFraming, ElapsedMillisecondsTruncatesTowardZeroAndNeverTraps) {
     EXPECT_EQ(ElapsedMilliseconds(5, 5, 1), 0);
     EXPECT_EQ(ElapsedMilliseconds(123, 0, 0), 0);     // no time base
     EXPECT_EQ(ElapsedMilliseconds(7, 0, -1), -7000);
-    // The product wraps instead of overflowing; the call is defined for any input.
+    // The platforms' own frequencies take a shortcut; it must agree with the formula on both
+    // sides of zero and at the edge where ticks * 1000 still fits.
+    const int64_t edge = std::numeric_limits<int64_t>::max() / 1000;
+    for (int64_t frequency : {int64_t{1'000'000'000}, int64_t{10'000'000}, int64_t{999'999}}) {
+        for (int64_t ticks : {int64_t{0}, int64_t{1}, int64_t{-1}, frequency / 1000 - 1,
+                              frequency / 1000, -frequency / 1000 - 1, int64_t{123456789012345},
+                              -int64_t{123456789012345}, edge, -edge}) {
+            EXPECT_EQ(ElapsedMilliseconds(ticks, 0, frequency), ticks * 1000 / frequency)
+                << ticks << " ticks at " << frequency;
+            EXPECT_EQ(ElapsedMilliseconds(1000 + ticks, 1000, frequency),
+                      ticks * 1000 / frequency);
+        }
+    }
+    // Beyond the edge the product wraps instead of overflowing; defined for any input.
+    EXPECT_EQ(ElapsedMilliseconds(edge + 1, 0, 1'000'000'000),
+              static_cast<int64_t>(static_cast<uint64_t>(edge + 1) * 1000u) / 1'000'000'000);
     const int64_t max = std::numeric_limits<int64_t>::max();
     const int64_t min = std::numeric_limits<int64_t>::min();
     (void)ElapsedMilliseconds(max, min, -1);
