@@ -255,7 +255,10 @@ typedef struct orbperix_stream_data {
  * engine thread with the user_data given at registration. Every pointer it receives (records,
  * texts, payloads) is valid only during the call: copy what you keep. A notification is routed
  * by provider kind and by the device id it carries to the listener registered for that peer;
- * one that names no registered peer is dropped with an error line. */
+ * one that names no registered peer is dropped with an error line. A peer's listener is
+ * forgotten when its disconnect succeeds or a provider of its kind is de-initialised (the
+ * library's sessions of a kind are process-wide); a call already under way may still finish
+ * after that. */
 typedef struct orbperix_listener {
     void (*on_device_change)(void* user_data, const orbperix_device_change* info);
     void (*on_service_change)(void* user_data, const orbperix_service_change* info);

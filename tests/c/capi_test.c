@@ -607,16 +607,67 @@ static void BadRecords(void) {
     CHECK_EQ(orbperix_destroy_source_provider(source), 1);
 }
 
-static void OnServiceDied(void* user_data) { (void)user_data; }
+static int g_died;
+static void OnServiceDied(void* user_data) { g_died += *(const int*)user_data; }
+
+typedef struct CastEvents {
+    int count;
+    int code;
+    char detail[64];
+} CastEvents;
+
+static void OnCastEvent(void* user_data, int code, const char* detail, uint32_t len) {
+    CastEvents* e = (CastEvents*)user_data;
+    ++e->count;
+    e->code = code;
+    KeepText(e->detail, detail, len);
+}
 
 static void CastBridge(void) {
-    CHECK_EQ(orbperix_init_cast_engine(OnServiceDied, NULL), 1);
-    CHECK_EQ(orbperix_init_cast_engine(NULL, NULL), 1);
+    static const int weight = 5;
+    CHECK_EQ(orbperix_init_cast_engine(OnServiceDied, (void*)&weight), 1);
+    CHECK_EQ(capi_ref_cast_service_died(), 0);
+    CHECK_EQ(g_died, 5);
     orbperix_cast_local_device device = {"local-1", "Host", 2, "10.0.0.2"};
     CHECK_EQ(orbperix_set_cast_engine_local_device(&device), 0);
     orbperix_cast_session_property property = {1, 2, 1920, 1080, 60, 48000};
-    /* The casting stand-in makes no session unless a C++ test asks it to. */
+    /* The casting stand-in makes no session until asked to. */
     CHECK_EQ(orbperix_create_cast_session(&property), 0);
+
+    capi_ref_cast_session(1);
+    orbperix_cast_session_handle session = orbperix_create_cast_session(&property);
+    CHECK(session != 0);
+    CastEvents events;
+    memset(&events, 0, sizeof(events));
+    CHECK_EQ(orbperix_cast_session_register_listener(session, OnCastEvent, &events), 0);
+    CHECK_EQ(capi_ref_cast_fire(17, "peer-gone"), 0);
+    CHECK(events.count == 1 && events.code == 17 && strcmp(events.detail, "peer-gone") == 0);
+    CHECK_EQ(orbperix_cast_session_add_device(session, "tv-1xx", 4), 0);
+    CHECK(strcmp(capi_ref_cast_last_device(), "tv-1") == 0);
+    CHECK_EQ(orbperix_cast_session_start_auth(session, "tv-2", -1), 4);
+    CHECK(strcmp(capi_ref_cast_last_device(), "tv-2") == 0);
+    CHECK_EQ(orbperix_cast_session_play(session, "tv-2", -1), 0);
+    CHECK_EQ(orbperix_cast_session_remove_device(session, "tv-2", -1), 0);
+    CHECK_EQ(orbperix_cast_session_play(session, NULL, -1), ORBPERIX_C_INVALID_ARGUMENT);
+    char id[8];
+    uint32_t full = 0;
+    CHECK_EQ(orbperix_cast_session_get_session_id(session, id, sizeof(id), &full), 0);
+    CHECK(full == 24 && strcmp(id, "session") == 0); /* cut to capacity - 1 */
+    CHECK_EQ(orbperix_cast_session_get_session_id(session, NULL, 0, &full), 0);
+    orbperix_cast_session_property changed = property;
+    changed.protocol_type = 9;
+    CHECK_EQ(orbperix_cast_session_set_property(session, &changed), 0);
+    CHECK_EQ(capi_ref_cast_last_protocol(), 9);
+    CHECK_EQ(orbperix_cast_session_set_property(session, NULL), ORBPERIX_C_INVALID_ARGUMENT);
+    CHECK_EQ(orbperix_cast_session_unregister_listener(session), 0);
+    CHECK_EQ(orbperix_cast_session_release(session), 8);
+    CHECK_EQ(capi_ref_cast_calls(0), 1);
+    CHECK_EQ(capi_ref_cast_calls(1), 1);
+    CHECK_EQ(capi_ref_cast_calls(5), 2);
+    CHECK_EQ(capi_ref_cast_calls(8), 1);
+    CHECK_EQ(orbperix_destroy_cast_session(session), 1);
+    CHECK_BAD_HANDLE(orbperix_cast_session_play(session, "tv-2", -1), "orbperix_cast_session_play");
+    capi_ref_cast_session(0);
 }
 
 int main(void) {
