@@ -61,6 +61,8 @@ RemoteCtrlEvent MouseMove() {
     return event;
 }
 
+// state.range(0): the mouse action (2 move counts as input and reads the clock; 1 release does
+// not), to separate the input-time cost from the rest.
 void BM_PostMouse(benchmark::State& state) {
     Rig rig;
     OrbPerix::InputProvider provider(rig.main, rig.button);
@@ -74,13 +76,14 @@ void BM_PostMouse(benchmark::State& state) {
     provider.ConnectDevice(&info);
     ServiceInfo service{"bench-peer", "button-0", 6};
     RemoteCtrlEvent event = MouseMove();
+    event.payload.mouse.action = static_cast<uint32_t>(state.range(0));
     for (auto _ : state) {
         benchmark::DoNotOptimize(provider.PostRemoteCtrlEvent(&service, &event));
     }
     provider.DisconnectDevice(&info);
     provider.DeInit();
 }
-BENCHMARK(BM_PostMouse);
+BENCHMARK(BM_PostMouse)->Arg(2)->Arg(1);
 
 void BM_PostMouseFloor(benchmark::State& state) {
     RemoteCtrlEvent event = MouseMove();
