@@ -74,6 +74,15 @@ TEST_F(Registry, DestroyDropsOnlyTheRegistryReference) {
 TEST_F(Registry, ProviderCreatedBeforeInitializeNeverReachesTheEngine) {
     auto sink = manager().CreateSinkProvider();
     auto input = manager().CreateInputProvider();
+    // Finalize keeps the tables of an earlier Initialize; only a process that never
+    // initialised has empty ones (CTest runs every test in a process of its own).
+    sink->GetConnectionStatus();
+    if (perix_sim_call_count() != 0) {
+        manager().DestorySinkProvider(sink);
+        manager().DestoryInputProvider(input);
+        GTEST_SKIP() << "the manager was initialised earlier in this process";
+    }
+    ClearLogs();
     InitializeManager();  // fills the manager's tables, not the copies taken before
 
     EXPECT_EQ(-13, sink->GetConnectionStatus());
