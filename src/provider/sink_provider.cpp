@@ -7,19 +7,6 @@
 
 namespace OrbPerix {
 
-namespace {
-
-constexpr int kNoEngine = -13;
-
-// An entry is null only for a provider created before the engine was bound; such a call
-// reports the engine as unavailable instead of jumping to address 0.
-template <typename Fn, typename... Args>
-int CallEngine(Fn fn, Args... args) {
-    return fn != nullptr ? fn(args...) : kNoEngine;
-}
-
-}  // namespace
-
 void FormatTraceId(uint64_t traceId, char (&out)[17]) {
     // %x already writes lower-case digits; the width gives the one leading zero below 0x10.
     std::snprintf(out, sizeof(out), "%02" PRIx64, traceId);
@@ -40,8 +27,7 @@ void SinkProvider::DeInit() {
     }
     sinkInitialized_ = false;
     if (meshHandle_ != nullptr) {
-        CallEngine(handler_.PERIXReleaseServiceHandle, meshHandle_, static_cast<void*>(nullptr),
-                   static_cast<void*>(nullptr));
+        handler_.PERIXReleaseServiceHandle(meshHandle_, nullptr, nullptr);
         meshHandle_ = nullptr;
     }
 }
@@ -52,9 +38,7 @@ int SinkProvider::CreateMeshProvider(PERIXInfo* deviceInfo) {
         log::Trace(LOG_MESSAGE_INFO, kScope, L"MeshProvider already exist");
         return 0;
     }
-    if (handler_.PERIXCreateServiceHandle != nullptr) {
-        meshHandle_ = handler_.PERIXCreateServiceHandle(deviceInfo);
-    }
+    meshHandle_ = handler_.PERIXCreateServiceHandle(deviceInfo);
     if (meshHandle_ == nullptr) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, L"PERIXCreateServiceHandle fail");
         return -13;
@@ -69,8 +53,7 @@ int SinkProvider::ConnectDevice(PERIXInfo* deviceInfo) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, L"PERIXCreateServiceHandle fail");
         return -13;
     }
-    const int r = CallEngine(handler_.PERIXStartService, meshHandle_,
-                             static_cast<const PERIXInfo*>(deviceInfo));
+    const int r = handler_.PERIXStartService(meshHandle_, deviceInfo);
     // The port is checked only after the engine has been asked to start: callers rely on the
     // service having been started even when the record is refused.
     if (deviceInfo != nullptr && deviceInfo->serverPort == 0) {
@@ -82,8 +65,7 @@ int SinkProvider::ConnectDevice(PERIXInfo* deviceInfo) {
 
 int SinkProvider::DisconnectDevice(PERIXInfo* deviceInfo, void* arg) {
     if (meshHandle_ != nullptr) {
-        return CallEngine(handler_.PERIXReleaseServiceHandle, meshHandle_,
-                          static_cast<void*>(deviceInfo), arg);
+        return handler_.PERIXReleaseServiceHandle(meshHandle_, deviceInfo, arg);
     }
     log::Trace(LOG_MESSAGE_ERROR, "OrbPerix::SinkProvider::DisconnectDevice",
                L"PERIXCreateServiceHandle fail");
@@ -93,7 +75,7 @@ int SinkProvider::DisconnectDevice(PERIXInfo* deviceInfo, void* arg) {
 int SinkProvider::GetConnectionStatus() {
     static const char* const kScope = "OrbPerix::SinkProvider::GetConnectionStatus";
     uint64_t traceId = 0;
-    const int r = CallEngine(handler_.PERIXGetConnectionStatus, meshHandle_, &traceId);
+    const int r = handler_.PERIXGetConnectionStatus(meshHandle_, &traceId);
     if (r == 0 && traceId != 0) {
         char text[17];
         FormatTraceId(traceId, text);
@@ -104,11 +86,11 @@ int SinkProvider::GetConnectionStatus() {
 }
 
 int SinkProvider::RegisterEngineCallback(uint32_t type, void* callback) {
-    return CallEngine(handler_.PERIXRegisterCallback, meshHandle_, type, callback);
+    return handler_.PERIXRegisterCallback(meshHandle_, type, callback);
 }
 
 int SinkProvider::SendByHandler(void* a, void* b, void* c) {
-    return CallEngine(handler_.PERIXPassThrough, meshHandle_, a, b, c);
+    return handler_.PERIXPassThrough(meshHandle_, a, b, c);
 }
 
 }  // namespace OrbPerix

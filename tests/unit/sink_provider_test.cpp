@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "engine_fixture.h"
+#include "manager/engine_fallbacks.h"
 #include "provider/sink_provider.h"
 #include "provider_tables.h"
 
@@ -198,7 +199,8 @@ TEST_F(SinkProviderTest, ConnectAsksTheObjectsOwnCreateMeshProvider) {
 }
 
 TEST_F(SinkProviderTest, ASinkWithoutEngineEntriesReportsMinus13InsteadOfCrashing) {
-    OrbPerix::SinkProvider unbound(OrbPERIXHandler{});
+    // What the registry hands a sink created before the engine was bound.
+    OrbPerix::SinkProvider unbound(OrbPerix::WithFallbacks(OrbPERIXHandler{}));
     EXPECT_EQ(-13, unbound.ConnectDevice(&info));
     EXPECT_EQ(-13, unbound.GetConnectionStatus());
     EXPECT_EQ(-13, unbound.RegisterEngineCallback(1, nullptr));
