@@ -2,6 +2,7 @@
 // written once as templates over the provider interface; each C function is a one-line
 // instance. Listener registration also keeps the kind's C listener routes in step with the
 // library's sessions.
+#include <cstddef>
 #include <cstring>
 #include <mutex>
 #include <string>
@@ -23,6 +24,24 @@ template <>
 struct RouteOf<ISourceProvider> {
     static constexpr RouteKind value = RouteKind::kSource;
 };
+
+// Bytes of an event record that its kind's encoding reads: the header and the kind's payload
+// member. Copying only these keeps the C path's per-event cost small; kinds without a member of
+// their own (and unknown kinds) copy the whole record.
+size_t RemoteEventBytes(uint32_t type) noexcept {
+    constexpr size_t kHeader = offsetof(RemoteCtrlEvent, payload);
+    switch (type) {
+        case 0: return kHeader + sizeof(RemoteTouchEvent);
+        case 1: return kHeader + sizeof(RemoteKeyEvent);
+        case 2: return kHeader + sizeof(RemoteZoomEvent);
+        case 3: return kHeader + sizeof(RemoteScrollEvent);
+        case 6: return kHeader + sizeof(RemoteMouseEvent);
+        case 8: return kHeader + sizeof(RemoteWheelEvent);
+        case 9: return kHeader + sizeof(RemoteVirtualKeyEvent);
+        case 10: return kHeader + sizeof(RemoteMessageEvent);
+        default: return sizeof(RemoteCtrlEvent);
+    }
+}
 
 ListenerRoutes& RoutesOf(RouteKind kind) noexcept { return ListenerRoutes::Of(kind); }
 
@@ -309,7 +328,7 @@ int orbperix_input_post_remote_ctrl_event(uint64_t provider, const orbperix_serv
                 return p.PostRemoteCtrlEvent(s, nullptr);
             }
             RemoteCtrlEvent copy;  // same layout, checked in capi_layout.cpp
-            std::memcpy(&copy, event, sizeof(copy));
+            std::memcpy(&copy, event, RemoteEventBytes(event->type));
             return p.PostRemoteCtrlEvent(s, &copy);
         });
 }

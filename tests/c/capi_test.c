@@ -146,20 +146,16 @@ static orbperix_remote_event BuildEvent(int index) {
     return e;
 }
 
-/* Where the packet's 4-byte big-endian timestamp sits (just before an optional padding byte). */
+/* Where the packet's 4-byte big-endian timestamp sits: at the end, or just before the padding
+ * byte when the decoder reports one. -1 when the bytes there do not hold the decoded value. */
 static int TimestampAt(const perix_sim_packet* p) {
-    for (int back = 4; back <= 5; ++back) {
-        int at = (int)p->length - back;
-        if (at < 0) {
-            continue;
-        }
-        uint32_t v = ((uint32_t)p->bytes[at] << 24) | ((uint32_t)p->bytes[at + 1] << 16) |
-                     ((uint32_t)p->bytes[at + 2] << 8) | (uint32_t)p->bytes[at + 3];
-        if (v == p->timestamp_ms) {
-            return at;
-        }
+    int at = (int)p->length - (strstr(p->description, " padded]") != NULL ? 5 : 4);
+    if (at < 0) {
+        return -1;
     }
-    return -1;
+    uint32_t v = ((uint32_t)p->bytes[at] << 24) | ((uint32_t)p->bytes[at + 1] << 16) |
+                 ((uint32_t)p->bytes[at + 2] << 8) | (uint32_t)p->bytes[at + 3];
+    return v == p->timestamp_ms ? at : -1;
 }
 
 /* Equal packets apart from the timestamp (the two posts may fall in different milliseconds). */
