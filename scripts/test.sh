@@ -65,6 +65,7 @@ if step linux-configure cmake --preset linux && step linux-build cmake --build -
   run_ctest linux linux
   step linux-exports scripts/check-exports.sh linux build/linux || true
   step linux-consumer scripts/consumer.sh linux || true
+  step python-demo python3 examples/python/demo.py --check || true
 fi
 
 # ---- Windows (mingw-w64, tests under wine) ----
