@@ -37,8 +37,10 @@ struct Engine {
 };
 
 Engine& E() {
-    static Engine engine;
-    return engine;
+    // Never destroyed: the library under test finalises the engine from its own exit-time
+    // destructors, which may run after this library's statics are gone.
+    static Engine* engine = new Engine();
+    return *engine;
 }
 
 const char* const kMainNames[] = {

@@ -1,7 +1,6 @@
-// Before anything that pulls in <windows.h>, whose FreeModule macro would rename a
-// declaration of the platform header.
-#include "platform/platform.h"
 #include "remote/remote_controller.h"
+
+#include "platform/platform.h"
 
 #include <cstddef>
 #include <cstring>
