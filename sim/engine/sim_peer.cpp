@@ -170,9 +170,11 @@ struct Peer {
 };
 
 Peer& ThePeer() {
-    // Destroyed at unload, which stops and joins the delivery thread.
-    static Peer peer;
-    return peer;
+    // Never destroyed: joining the delivery thread from an exit-time destructor hangs on
+    // Windows, where the process has already ended every other thread. perix_sim_reset stops
+    // the thread; one left running ends with the process.
+    static Peer* peer = new Peer();
+    return *peer;
 }
 
 void CopyText(char (&dest)[260], const char* text, uint32_t length) {

@@ -218,9 +218,10 @@ private:
 };
 
 Streams& S() {
-    // Destroyed when the engine is unloaded; its destructor stops the worker.
-    static Streams streams;
-    return streams;
+    // Never destroyed, for the reason given for the peer's delivery thread: perix_sim_reset
+    // stops the worker; one left running ends with the process.
+    static Streams* streams = new Streams();
+    return *streams;
 }
 
 int QueueDelivery(int kind, const char* deviceId, const char* serviceId,
