@@ -53,6 +53,17 @@ enum : uint32_t {
     kMessage = 10,
 };
 
+// The wire code of `action` from a kind's table of codes by action; false for an action that
+// the kind does not have.
+template <size_t N>
+bool CodeForAction(uint32_t action, const uint8_t (&codes)[N], uint8_t* code) {
+    if (action >= N) {
+        return false;
+    }
+    *code = codes[action];
+    return true;
+}
+
 // A touch declares up to 255 pointers while its arrays hold 10: pointer i is read from the
 // payload's bytes at the offset it would have if the arrays were longer, which is what hosts
 // of the wire format rely on. The exported sender passes at most 255 - 10 body bytes, and a
@@ -224,20 +235,11 @@ int RemoteController::ConstructTouchEvent(const RemoteCtrlEvent* event, uint8_t*
         Trace(LOG_MESSAGE_ERROR, kTouchScope, "ConstructTouchEvent, buffer size is not enough");
         return -1;
     }
+    static constexpr uint8_t kCodes[] = {14, 15, 2};
     uint8_t code = 0;
-    switch (touch.action) {
-        case 0:
-            code = 14;
-            break;
-        case 1:
-            code = 15;
-            break;
-        case 2:
-            code = 2;
-            break;
-        default:
-            Trace(LOG_MESSAGE_ERROR, kTouchScope, "ConstructTouchEvent, unknown type");
-            return -1;
+    if (!CodeForAction(touch.action, kCodes, &code)) {
+        Trace(LOG_MESSAGE_ERROR, kTouchScope, "ConstructTouchEvent, unknown type");
+        return -1;
     }
     body[0] = code;
     // Counts the padding byte that an odd count will cause (9n + 8 is odd when n is).
@@ -269,17 +271,11 @@ int RemoteController::ConstructKeyEvent(const RemoteCtrlEvent* event, uint8_t* b
         return -1;
     }
     const RemoteKeyEvent& key = event->payload.key;
+    static constexpr uint8_t kCodes[] = {3, 4};
     uint8_t code = 0;
-    switch (key.action) {
-        case 0:
-            code = 3;
-            break;
-        case 1:
-            code = 4;
-            break;
-        default:
-            Trace(LOG_MESSAGE_ERROR, kKeyScope, "ConstructKeyEvent, unknown type");
-            return -1;
+    if (!CodeForAction(key.action, kCodes, &code)) {
+        Trace(LOG_MESSAGE_ERROR, kKeyScope, "ConstructKeyEvent, unknown type");
+        return -1;
     }
     body[0] = code;
     PutFixed16BE(body + 1, 9);
@@ -312,17 +308,11 @@ int RemoteController::ConstructScrollEvent(const RemoteCtrlEvent* event, uint8_t
         return -1;
     }
     const RemoteScrollEvent& scroll = event->payload.scroll;
+    static constexpr uint8_t kCodes[] = {6, 7};
     uint8_t code = 0;
-    switch (scroll.action) {
-        case 0:
-            code = 6;
-            break;
-        case 1:
-            code = 7;
-            break;
-        default:
-            Trace(LOG_MESSAGE_ERROR, kScrollScope, "ConstructScrollEvent, unknown type");
-            return -1;
+    if (!CodeForAction(scroll.action, kCodes, &code)) {
+        Trace(LOG_MESSAGE_ERROR, kScrollScope, "ConstructScrollEvent, unknown type");
+        return -1;
     }
     body[0] = code;
     PutFixed16BE(body + 1, 3);  // 2 field bytes and the padding byte that always follows
@@ -337,20 +327,11 @@ int RemoteController::ConstructMouseEvent(const RemoteCtrlEvent* event, uint8_t*
         return -1;
     }
     const RemoteMouseEvent& mouse = event->payload.mouse;
+    static constexpr uint8_t kCodes[] = {14, 15, 16};
     uint8_t code = 0;
-    switch (mouse.action) {
-        case 0:
-            code = 14;
-            break;
-        case 1:
-            code = 15;
-            break;
-        case 2:
-            code = 16;
-            break;
-        default:
-            Trace(LOG_MESSAGE_ERROR, kMouseScope, "ConstructMouseEvent, unknown type");
-            return -1;
+    if (!CodeForAction(mouse.action, kCodes, &code)) {
+        Trace(LOG_MESSAGE_ERROR, kMouseScope, "ConstructMouseEvent, unknown type");
+        return -1;
     }
     body[0] = code;
     PutFixed16BE(body + 1, 9);
@@ -427,17 +408,11 @@ int RemoteController::ConstructWheelEvent(const RemoteCtrlEvent* event, uint8_t*
         return -1;
     }
     const RemoteWheelEvent& wheel = event->payload.wheel;
+    static constexpr uint8_t kCodes[] = {12, 13};
     uint8_t code = 0;
-    switch (wheel.action) {
-        case 0:
-            code = 12;
-            break;
-        case 1:
-            code = 13;
-            break;
-        default:
-            Trace(LOG_MESSAGE_ERROR, kWheelScope, "ConstructWheelEvent, unknown type");
-            return -1;
+    if (!CodeForAction(wheel.action, kCodes, &code)) {
+        Trace(LOG_MESSAGE_ERROR, kWheelScope, "ConstructWheelEvent, unknown type");
+        return -1;
     }
     body[0] = code;
     PutFixed16BE(body + 1, 7);
@@ -485,17 +460,11 @@ int RemoteController::ConstructMessageEvent(const RemoteCtrlEvent* event, uint8_
         Trace(LOG_MESSAGE_ERROR, kMessageScope, "ConstructMessageEvent, param not valid");
         return -1;
     }
+    static constexpr uint8_t kCodes[] = {6, 7};
     uint8_t code = 0;
-    switch (message.action) {
-        case 0:
-            code = 6;
-            break;
-        case 1:
-            code = 7;
-            break;
-        default:
-            Trace(LOG_MESSAGE_ERROR, kMessageScope, "ConstructMessageEvent, unknown type");
-            return -1;
+    if (!CodeForAction(message.action, kCodes, &code)) {
+        Trace(LOG_MESSAGE_ERROR, kMessageScope, "ConstructMessageEvent, unknown type");
+        return -1;
     }
     body[0] = code;
     PutFixed16BE(body + 1, static_cast<uint16_t>(length + 2 + (length + 5) % 2));
