@@ -89,9 +89,11 @@ fi
 echo
 echo "== Summary"
 for line in "${SUMMARY[@]}"; do echo "   $line"; done
-echo "Total: $TOTAL_PASSED passed, $TOTAL_FAILED failed"
 if [ "$FAILED" -ne 0 ]; then
   echo "test.sh: FAILED"
-  exit 1
+else
+  echo "test.sh: all runs passed"
 fi
-echo "test.sh: all runs passed"
+# The closing count of every run together, as the last line.
+echo "Total: $TOTAL_PASSED passed, $TOTAL_FAILED failed"
+exit "$FAILED"
