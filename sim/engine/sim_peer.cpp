@@ -4,13 +4,13 @@
 #include <condition_variable>
 #include <cstdio>
 #include <cstring>
-#include <deque>
 #include <mutex>
 #include <new>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "delivery_thread.h"
 #include "packet_decoder.h"
 #include "perix_sim_peer.h"
 #include "sim_peer_hooks.h"
@@ -31,15 +31,10 @@ struct Notice {
     bool hasBytes = false;
 };
 
+using perix_sim::DeliveryThread;
+
 struct Peer {
-    // Delivery queue and its worker.
-    std::mutex queueMutex;
-    std::condition_variable wake;  // the worker waits for work or a stop
-    std::condition_variable idle;  // flushers wait for an empty queue and an idle worker
-    std::deque<Notice> queue;
-    bool busy = false;
-    bool stopping = false;
-    std::thread worker;
+    DeliveryThread deliveries;
     std::atomic<int> delivered{0};
     std::atomic<int> deliveredToCallback{0};
 
@@ -54,50 +49,6 @@ struct Peer {
 
     std::atomic<bool> autoOpen{false};
     std::atomic<bool> bareWrite{false};
-
-    ~Peer() { StopWorker(); }
-
-    void StopWorker() {
-        std::thread stopped;
-        {
-            std::lock_guard<std::mutex> lock(queueMutex);
-            stopping = true;
-            stopped.swap(worker);
-        }
-        wake.notify_all();
-        if (stopped.joinable()) {
-            if (stopped.get_id() == std::this_thread::get_id()) {
-                stopped.detach();  // reset from a delivered callback: the loop ends on its own
-            } else {
-                stopped.join();
-            }
-        }
-        std::lock_guard<std::mutex> lock(queueMutex);
-        queue.clear();
-        busy = false;
-        stopping = false;
-        idle.notify_all();
-    }
-
-    void Run() {
-        std::unique_lock<std::mutex> lock(queueMutex);
-        for (;;) {
-            wake.wait(lock, [this] { return stopping || !queue.empty(); });
-            if (stopping) {
-                return;
-            }
-            Notice notice = std::move(queue.front());
-            queue.pop_front();
-            busy = true;
-            lock.unlock();
-            Deliver(notice);
-            lock.lock();
-            busy = false;
-            if (queue.empty()) {
-                idle.notify_all();
-            }
-        }
-    }
 
     void Deliver(const Notice& n) {
         int result = -1;
@@ -151,22 +102,13 @@ struct Peer {
 
     int Post(Notice&& notice) {
         try {
-            std::lock_guard<std::mutex> lock(queueMutex);
-            if (!worker.joinable()) {
-                worker = std::thread([this] { Run(); });
-            }
-            queue.push_back(std::move(notice));
+            return deliveries.Post([this, n = std::move(notice)] { Deliver(n); }) ? 0 : -1;
         } catch (...) {
             return -1;
         }
-        wake.notify_one();
-        return 0;
     }
 
-    void Flush() {
-        std::unique_lock<std::mutex> lock(queueMutex);
-        idle.wait(lock, [this] { return (queue.empty() && !busy) || !worker.joinable(); });
-    }
+    void Flush() { deliveries.Flush(); }
 };
 
 Peer& ThePeer() {
@@ -395,7 +337,7 @@ int perix_sim_peer_delivered_to_callback(void) { return ThePeer().deliveredToCal
 
 void perix_sim_peer_reset(void) {
     Peer& peer = ThePeer();
-    peer.StopWorker();
+    peer.deliveries.Stop();
     peer.delivered.store(0);
     peer.deliveredToCallback.store(0);
     peer.autoOpen.store(false);

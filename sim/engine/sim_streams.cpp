@@ -1,18 +1,15 @@
 // The simulated peer's stream side: records of what arrives on the audio and refresh channels,
 // and a worker thread that makes the peer's deliveries back to the host.
 #include <atomic>
-#include <condition_variable>
 #include <cstring>
-#include <deque>
-#include <memory>
 #include <mutex>
 #include <new>
 #include <set>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
+#include "delivery_thread.h"
 #include "perix_sim_streams.h"
 #include "sim_streams_hooks.h"
 
@@ -44,8 +41,6 @@ struct Channel {
 
 class Streams {
 public:
-    ~Streams() { Stop(); }
-
     void Open(int channel, const PerixServiceId* service) {
         std::lock_guard<std::mutex> lock(mutex_);
         Channel& c = channels_[channel];
@@ -91,22 +86,21 @@ public:
         return 0;
     }
 
-    int Queue(std::unique_ptr<Delivery> delivery) {
-        std::lock_guard<std::mutex> lock(mutex_);
-        if (!worker_.joinable()) {
-            stopping_ = false;
-            worker_ = std::thread([this] { Run(); });
+    int Queue(Delivery delivery) {
+        const int kind = delivery.kind;
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            ++deliveries_[kind].queued;
         }
-        ++deliveries_[delivery->kind].queued;
-        queue_.push_back(std::move(delivery));
-        wake_.notify_all();
-        return 0;
+        const bool queued = thread_.Post([this, kind, d = std::move(delivery)] {
+            const int result = Make(d);  // the host's code runs with no peer lock held
+            std::lock_guard<std::mutex> lock(mutex_);
+            Account(kind, result);
+        });
+        return queued ? 0 : -1;
     }
 
-    void Flush() {
-        std::unique_lock<std::mutex> lock(mutex_);
-        idle_.wait(lock, [this] { return (queue_.empty() && !busy_) || !worker_.joinable(); });
-    }
+    void Flush() { thread_.Flush(); }
 
     int DeliveryStats(int kind, perix_sim_delivery_stats* out) {
         if (kind < 0 || kind >= kKinds || out == nullptr) {
@@ -118,9 +112,8 @@ public:
     }
 
     void Reset() {
-        Stop();
+        thread_.Stop();
         std::lock_guard<std::mutex> lock(mutex_);
-        queue_.clear();
         for (Channel& c : channels_) {
             c = Channel();
             c.stats.checksum = PERIX_SIM_FNV1A_BASIS;
@@ -140,45 +133,6 @@ private:
     static std::pair<std::string, std::string> Key(const PerixServiceId& service) {
         return {Text(service.deviceId, service.deviceIdLen),
                 Text(service.serviceId, service.serviceIdLen)};
-    }
-
-    void Stop() {
-        std::thread worker;
-        {
-            std::lock_guard<std::mutex> lock(mutex_);
-            stopping_ = true;
-            wake_.notify_all();
-            worker = std::move(worker_);
-        }
-        if (worker.joinable()) {
-            worker.join();
-        }
-        std::lock_guard<std::mutex> lock(mutex_);
-        busy_ = false;
-        idle_.notify_all();
-    }
-
-    void Run() {
-        std::unique_lock<std::mutex> lock(mutex_);
-        for (;;) {
-            wake_.wait(lock, [this] { return stopping_ || !queue_.empty(); });
-            if (stopping_) {
-                return;
-            }
-            std::unique_ptr<Delivery> next = std::move(queue_.front());
-            queue_.pop_front();
-            busy_ = true;
-            const int kind = next->kind;
-            lock.unlock();
-            const int result = Make(*next);  // the host's code runs with no peer lock held
-            next.reset();
-            lock.lock();
-            Account(kind, result);
-            busy_ = false;
-            if (queue_.empty()) {
-                idle_.notify_all();
-            }
-        }
     }
 
     void Account(int kind, int result) {
@@ -206,15 +160,10 @@ private:
         }
     }
 
-    std::mutex mutex_;
-    std::condition_variable wake_;
-    std::condition_variable idle_;
-    std::deque<std::unique_ptr<Delivery>> queue_;
-    std::thread worker_;
-    bool stopping_ = false;
-    bool busy_ = false;
+    std::mutex mutex_;  // guards the statistics below
     Channel channels_[kChannels];
     perix_sim_delivery_stats deliveries_[kKinds] = {};
+    perix_sim::DeliveryThread thread_;  // last: stopped before the statistics go
 };
 
 Streams& S() {
@@ -228,20 +177,20 @@ int QueueDelivery(int kind, const char* deviceId, const char* serviceId,
                   uint32_t w0, uint32_t w1, uint32_t w2, uint32_t engineType,
                   const uint8_t* data, uint32_t length) {
     try {
-        std::unique_ptr<Delivery> d(new Delivery());
-        d->kind = kind;
-        d->deviceId = deviceId != nullptr ? deviceId : "";
-        d->serviceId = serviceId != nullptr ? serviceId : "";
-        d->words[0] = w0;
-        d->words[1] = w1;
-        d->words[2] = w2;
-        d->engineType = engineType;
-        d->length = length;
-        d->hasData = data != nullptr;
+        Delivery delivery;
+        delivery.kind = kind;
+        delivery.deviceId = deviceId != nullptr ? deviceId : "";
+        delivery.serviceId = serviceId != nullptr ? serviceId : "";
+        delivery.words[0] = w0;
+        delivery.words[1] = w1;
+        delivery.words[2] = w2;
+        delivery.engineType = engineType;
+        delivery.length = length;
+        delivery.hasData = data != nullptr;
         if (data != nullptr) {
-            d->data.assign(data, data + length);
+            delivery.data.assign(data, data + length);
         }
-        return S().Queue(std::move(d));
+        return S().Queue(std::move(delivery));
     } catch (const std::exception&) {
         return -1;
     }
