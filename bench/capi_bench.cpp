@@ -95,9 +95,9 @@ void BM_CppPost(benchmark::State& state) {
         return;
     }
     // The very object behind the C handle.
-    std::shared_ptr<OrbPerix::IInputProvider> provider =
-        std::static_pointer_cast<OrbPerix::IInputProvider>(
-            OrbPerix::capi::HandleTable::Instance().Find(s.input, OrbPerix::capi::HandleKind::kInput));
+    const OrbPerix::capi::HandleTable::Use use =
+        OrbPerix::capi::HandleTable::Instance().Acquire(s.input, OrbPerix::capi::HandleKind::kInput);
+    auto* provider = static_cast<OrbPerix::IInputProvider*>(use.Object());
     ServiceInfo service{"bench-peer", "button-0", 6};
     RemoteCtrlEvent event;
     std::memcpy(&event, &s.event, sizeof(event));

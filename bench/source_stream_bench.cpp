@@ -15,6 +15,7 @@
 #include <new>
 #include <vector>
 
+#include "engine/engine_gate.h"
 #include "provider/source_provider.h"
 
 namespace {
@@ -65,7 +66,11 @@ struct Rig {
         audio.AudioWriteStreamBuffer = &FakeAudioWrite;
         refresh.RegisterCallback = &FakeRegister;
         refresh.PartialRefreshWriteStreamBuffer = &FakeRefreshWrite;
-        source.reset(new OrbPerix::SourceProvider(main, audio, refresh));
+        // A live engine load made of the fakes: the gate lets calls through as with a real one.
+        OrbPerix::engine::Reserve();
+        const OrbPerix::EngineLoad& load =
+            OrbPerix::engine::Publish(main, ButtonHandlerSource{}, audio, refresh);
+        source.reset(new OrbPerix::SourceProvider(load));
         std::strcpy(info.peerDeviceId, "bench-peer");
         info.connectType = 1;
         listener.onAudioData = &OnAudio;

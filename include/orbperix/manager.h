@@ -1,6 +1,8 @@
 // PERIXProviderManager: the library's entry point.
 //
-// One process-wide instance (GetInstance), destroyed at process exit. It loads the PERIX engine
+// One process-wide instance (GetInstance), built on first use and never destroyed: at process
+// exit the library neither calls the engine nor joins threads (a host that wants the engine
+// released calls Finalize before it exits). It loads the PERIX engine
 // from the directory of the running executable, binds its four handler tables, initialises and
 // finalises it, creates and keeps the providers, and forwards to the casting engine.
 //
@@ -21,6 +23,9 @@
 
 namespace OrbPerix {
 
+template <typename T>
+class NoDestructor;
+
 class ORBPERIX_API PERIXProviderManager {
 public:
     static PERIXProviderManager& GetInstance();
@@ -32,8 +37,11 @@ public:
     // it is (null included).
     int Initialize(tagPERIXLogFuncGroup* logFuncs, std::string initText);
     bool IsManagerInitialized();
-    // Releases the engine and unloads it; nothing when not initialised. Providers keep their
-    // copies of the engine's entries, which must not be called afterwards.
+    // Releases the engine and unloads it; nothing when not initialised. Calls already inside
+    // the engine finish first; afterwards every provider operation that would reach the
+    // engine returns -13 (providers may be used, and destroyed, at any time). Called from a
+    // listener while the engine is on the calling thread's stack, or with calls stuck in the
+    // engine, it closes the engine to the library without unloading it.
     void Finalize();
 
     // Create a provider and keep one reference to it until the matching destroy call.
@@ -55,6 +63,7 @@ public:
     bool DestroyCastSession(std::shared_ptr<ICastSession> session);
 
 private:
+    friend class NoDestructor<PERIXProviderManager>;
     PERIXProviderManager();
     ~PERIXProviderManager();
 

@@ -19,12 +19,12 @@
  * bytes, or -1 for a NUL-terminated text. No exception leaves these functions.
  *
  * Threads: every function may be called from any thread. The manager and create/destroy
- * functions are serialised inside the wrapper. A sink provider's operations must still be
- * serialised by the host (one sink is not thread-safe in C++ either). Listener callbacks run on
- * the engine's threads; no lock of the library is held while they run.
- *
- * REQUIRES: destroy the providers before orbperix_finalize; their operations call the engine,
- * which finalize unloads. */
+ * functions are serialised inside the wrapper. A destroy returns once the calls other threads
+ * were making on that handle have finished and the provider is destroyed; orbperix_finalize
+ * returns once no call is inside the engine any more, and afterwards every provider operation
+ * that would reach the engine returns -13. Listener callbacks run on the engine's threads; no
+ * lock of the library is held while they run. A C listener belongs to the session it was
+ * registered for and goes with it (disconnect, deinit). */
 #ifndef ORBPERIX_ORBPERIX_C_H_
 #define ORBPERIX_ORBPERIX_C_H_
 

@@ -52,17 +52,16 @@ inline int Fail(const char* scope, int code, const char* message) noexcept {
 
 // Runs `body(object)` on the live object of `handle`. A dead handle gives ORBPERIX_C_BAD_HANDLE
 // and one error line; an exception (only allocation can fail here) becomes -3 or -13 with one
-// line. The shared reference keeps the object alive for the whole call.
+// line. The table's Use keeps the object alive, and its destroy waiting, for the whole call.
 template <typename T, typename Body>
 int WithObject(uint64_t handle, const char* scope, Body&& body) noexcept {
     try {
-        // Held as shared_ptr<void> for the call: a typed copy would cost another count pair.
-        const std::shared_ptr<void> owner = HandleTable::Instance().Find(handle, KindOf<T>::value);
-        if (!owner) {
+        const HandleTable::Use use = HandleTable::Instance().Acquire(handle, KindOf<T>::value);
+        if (!use) {
             log::Trace(LOG_MESSAGE_ERROR, scope, "invalid handle ", handle);
             return ORBPERIX_C_BAD_HANDLE;
         }
-        return body(*static_cast<T*>(owner.get()));
+        return body(*static_cast<T*>(use.Object()));
     } catch (const std::bad_alloc&) {
         return Fail(scope, ORBPERIX_C_NO_MEMORY, "out of memory");
     } catch (...) {

@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "capi/capi_common.h"
-#include "capi/listener_routes.h"
+#include "util/no_destructor.h"
 #include "orbperix/manager.h"
 
 namespace OrbPerix {
@@ -13,7 +13,7 @@ namespace capi {
 namespace {
 
 std::mutex& ManagerMutex() noexcept {
-    static std::mutex* mutex = new std::mutex();  // leaked: usable at process exit
+    static NoDestructor<std::mutex> mutex;  // usable at process exit
     return *mutex;
 }
 
@@ -66,21 +66,23 @@ uint64_t CreateProvider(const char* scope) noexcept {
 
 template <typename T>
 int DestroyProvider(uint64_t handle, const char* scope) noexcept {
-    std::shared_ptr<T> provider;
+    // Waits (without the manager lock, which a listener of such a call may need) until no
+    // other thread's call is still running on the handle.
+    std::shared_ptr<T> provider =
+        std::static_pointer_cast<T>(HandleTable::Instance().Remove(handle, KindOf<T>::value));
+    if (!provider) {
+        log::Trace(LOG_MESSAGE_ERROR, scope, "invalid handle ", handle);
+        return ORBPERIX_C_BAD_HANDLE;
+    }
     int result = 0;
     try {
         std::lock_guard<std::mutex> lock(ManagerMutex());
-        provider = std::static_pointer_cast<T>(
-            HandleTable::Instance().Remove(handle, KindOf<T>::value));
-        if (!provider) {
-            log::Trace(LOG_MESSAGE_ERROR, scope, "invalid handle ", handle);
-            return ORBPERIX_C_BAD_HANDLE;
-        }
         result = Registry<T>::Destroy(provider) ? 1 : 0;
     } catch (...) {
         result = Fail(scope, -13, "unexpected exception");
     }
-    // The provider dies here (or when a call still using it ends), outside the manager lock.
+    // The last reference: the provider is destroyed here, on this thread, before destroy
+    // returns (unless this very thread is still inside a call on it, further up its stack).
     provider.reset();
     return result;
 }

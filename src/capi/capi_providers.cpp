@@ -1,28 +1,31 @@
 // The C interface of the input and source providers. The operations the two kinds share are
 // written once as templates over the provider interface; each C function is a one-line
-// instance. Listener registration also keeps the kind's C listener routes in step with the
-// library's sessions.
+// instance. A C listener is registered into the session itself (see c_listener.h).
 #include <cstddef>
 #include <cstring>
 #include <mutex>
 #include <string>
 
+#include "capi/c_listener.h"
 #include "capi/capi_common.h"
-#include "capi/listener_routes.h"
+#include "provider/input_provider.h"
+#include "provider/source_provider.h"
 
 namespace OrbPerix {
 namespace capi {
 namespace {
 
+// The concrete provider behind an interface: every provider a C host holds was created by the
+// library's manager.
 template <typename T>
-struct RouteOf;
+struct ConcreteOf;
 template <>
-struct RouteOf<IInputProvider> {
-    static constexpr RouteKind value = RouteKind::kInput;
+struct ConcreteOf<IInputProvider> {
+    using type = InputProvider;
 };
 template <>
-struct RouteOf<ISourceProvider> {
-    static constexpr RouteKind value = RouteKind::kSource;
+struct ConcreteOf<ISourceProvider> {
+    using type = SourceProvider;
 };
 
 // Bytes of an event record that its kind's encoding reads: the header and the kind's payload
@@ -43,12 +46,6 @@ size_t RemoteEventBytes(uint32_t type) noexcept {
     }
 }
 
-ListenerRoutes& RoutesOf(RouteKind kind) noexcept { return ListenerRoutes::Of(kind); }
-
-std::string PeerKey(const PERIXInfo& info) {
-    return std::string(info.peerDeviceId, strnlen(info.peerDeviceId, sizeof(info.peerDeviceId)));
-}
-
 template <typename T>
 int Init(uint64_t h, const char* scope) {
     return WithObject<T>(h, scope, [](T& p) { return p.Init(); });
@@ -58,8 +55,6 @@ template <typename T>
 int DeInit(uint64_t h, const char* scope) {
     return WithObject<T>(h, scope, [](T& p) {
         p.DeInit();
-        // The kind's sessions are process-wide and go with any of its providers' DeInit.
-        RoutesOf(RouteOf<T>::value).ForgetAll();
         return 0;
     });
 }
@@ -76,12 +71,7 @@ template <typename T>
 int Disconnect(uint64_t h, const char* scope, const orbperix_device_info* device) {
     return WithObject<T>(h, scope, [device](T& p) {
         PERIXInfo info;
-        PERIXInfo* record = DeviceInfoOf(device, &info);
-        const int result = p.DisconnectDevice(record);
-        if (result == 0 && record != nullptr) {
-            RoutesOf(RouteOf<T>::value).Forget(PeerKey(*record));
-        }
-        return result;
+        return p.DisconnectDevice(DeviceInfoOf(device, &info));
     });
 }
 
@@ -89,31 +79,18 @@ template <typename T>
 int RegisterListener(uint64_t h, const char* scope, const orbperix_device_info* device,
                      const orbperix_listener* listener, void* userData) {
     return WithObject<T>(h, scope, [=](T& p) {
-        ListenerRoutes& routes = RoutesOf(RouteOf<T>::value);
         PERIXInfo info;
         PERIXInfo* record = DeviceInfoOf(device, &info);
         ProviderListener entries{};
+        HostRoute route;
         if (listener != nullptr) {
-            entries = routes.MakeListener(*listener);
+            entries = MakeListener(*listener);
+            route.callbacks = *listener;
+            route.userData = userData;
         }
-        if (record == nullptr || listener == nullptr) {
-            // Nothing to route: the library refuses these itself.
-            return p.RegisterPERIXListener(record, listener != nullptr ? &entries : nullptr);
-        }
-        std::lock_guard<std::mutex> registration(routes.RegistrationMutex());
-        const std::string key = PeerKey(*record);
-        CListener previous;
-        // The route exists before the library can deliver the first notification.
-        if (!routes.Exchange(key, CListener{*listener, userData, true}, &previous)) {
-            return Fail(scope, ORBPERIX_C_NO_MEMORY, "no memory for the listener route");
-        }
-        const int result = p.RegisterPERIXListener(record, &entries);
-        // -4 and -13 mean that no session took this listener (not initialised, session exists,
-        // no handle); any other failure comes after the session stored it.
-        if (result == -4 || result == -13) {
-            routes.Restore(key, previous);
-        }
-        return result;
+        // The route goes into the session with the entries, before the engine can deliver.
+        return static_cast<typename ConcreteOf<T>::type&>(p).RegisterPERIXListener(
+            record, listener != nullptr ? &entries : nullptr, route);
     });
 }
 

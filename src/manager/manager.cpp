@@ -4,9 +4,11 @@
 // Runs on the host thread that calls Initialize/Finalize; the host serialises these calls.
 #include <cstring>
 
+#include "engine/engine_gate.h"
 #include "log/log.h"
 #include "orbperix/manager.h"
 #include "platform/platform.h"
+#include "util/no_destructor.h"
 
 namespace OrbPerix {
 namespace {
@@ -14,6 +16,9 @@ namespace {
 constexpr const char* kInitializeScope = "OrbPerix::PERIXProviderManager::Initialize";
 constexpr const char* kLoadScope = "OrbPerix::PERIXProviderManager::LoadPerixLibrary";
 constexpr const char* kResolveScope = "OrbPerix::PERIXProviderManager::GetPerixHandlerFunc";
+constexpr const char* kFinalizeScope = "OrbPerix::PERIXProviderManager::Finalize";
+// How long Finalize waits for calls inside the engine before it gives up unloading it.
+constexpr uint32_t kDrainTimeoutMs = 10000;
 
 // Resolves one getter into `slot`; the pointer is stored before it is tested, so after a
 // failure the failing getter reads null and the earlier ones stay set.
@@ -26,10 +31,11 @@ bool ResolveGetter(void* module, const char* exportName, Fn* slot) {
 }  // namespace
 
 PERIXProviderManager& PERIXProviderManager::GetInstance() {
-    // Built on first use under thread-safe static initialisation; destroyed at exit, which
-    // finalises the engine if the host did not.
-    static PERIXProviderManager instance;
-    return instance;
+    // Never destroyed: providers it holds, their heartbeat threads and engine threads may all
+    // still run while the process exits, and nothing may call into (or unload) the engine or
+    // join a thread from exit handlers or under the Windows loader lock.
+    static NoDestructor<PERIXProviderManager> instance;
+    return *instance;
 }
 
 PERIXProviderManager::PERIXProviderManager()
@@ -44,9 +50,8 @@ PERIXProviderManager::PERIXProviderManager()
       refreshHandlerSource(),
       partialRefreshHandlerFun(nullptr) {}
 
-PERIXProviderManager::~PERIXProviderManager() {
-    Finalize();
-}
+// Never runs for the instance (see GetInstance); kept for the exported interface.
+PERIXProviderManager::~PERIXProviderManager() = default;
 
 int PERIXProviderManager::LoadPerixLibrary() {
     switch (platform::LoadModuleBesideExecutable(platform::EngineModuleFileName(), &module)) {
@@ -95,6 +100,12 @@ int PERIXProviderManager::Initialize(tagPERIXLogFuncGroup* logFuncs, std::string
         log::Manager(LOG_MESSAGE_ERROR, kInitializeScope,
                      "PERIXProviderManager already Initalized.");
         return -4;
+    }
+    // The record the engine's tables will be published in, taken before the engine is touched
+    // so that a successful initialisation cannot fail afterwards.
+    if (!engine::Reserve()) {
+        log::Manager(LOG_MESSAGE_ERROR, kInitializeScope, "PERIXProviderManager Initalize failed: out of memory");
+        return -3;
     }
     int result = LoadPerixLibrary();
     if (result != 0) {
@@ -145,6 +156,7 @@ int PERIXProviderManager::Initialize(tagPERIXLogFuncGroup* logFuncs, std::string
         return result;
     }
     log::Manager(LOG_MESSAGE_INFO, kInitializeScope, "PERIXProviderManager Initalize End.");
+    engine::Publish(orbPerixHandler, buttonHandlerSource, audioHandlerSource, refreshHandlerSource);
     isInitialized = true;
     return 0;
 }
@@ -157,6 +169,15 @@ void PERIXProviderManager::Finalize() {
     if (!isInitialized) {
         return;
     }
+    isInitialized = false;
+    // From here on no call enters the engine; the ones inside it finish before it goes.
+    if (!engine::CloseAndDrain(kDrainTimeoutMs)) {
+        // The engine is still running code of a call (possibly below us on this very stack):
+        // releasing or unmapping it now would pull the code from under that call.
+        log::Manager(LOG_MESSAGE_ERROR, kFinalizeScope,
+                     "Finalize: engine still in use, not released and not unloaded");
+        return;
+    }
     if (orbPerixHandler.PERIXRelease != nullptr) {
         orbPerixHandler.PERIXRelease();
     }
@@ -164,7 +185,6 @@ void PERIXProviderManager::Finalize() {
         platform::UnloadModule(module);
         module = nullptr;
     }
-    isInitialized = false;
 }
 
 }  // namespace OrbPerix

@@ -6,8 +6,8 @@
 #include <new>
 #include <set>
 
+#include "engine/engine_gate.h"
 #include "log/log.h"
-#include "manager/engine_fallbacks.h"
 #include "orbperix/manager.h"
 #include "provider/input_provider.h"
 #include "provider/sink_provider.h"
@@ -16,16 +16,15 @@
 namespace OrbPerix {
 namespace {
 
-// Builds a provider from copies of the manager's tables as they are now (empty slots replaced
-// by "not available" stand-ins) and registers it. Out of memory
-// gives an empty pointer: no exception leaves the library.
-template <typename Concrete, typename Interface, typename... Tables>
+// Builds a provider bound to the engine load that is live now (or to "no engine", whose calls
+// all return -13) and registers it. Out of memory gives an empty pointer: no exception leaves
+// the library.
+template <typename Concrete, typename Interface>
 std::shared_ptr<Interface> CreateProvider(std::set<std::shared_ptr<Interface>>& registry,
-                                          const char* scope, const char* createdMessage,
-                                          const Tables&... tables) noexcept {
+                                          const char* scope, const char* createdMessage) noexcept {
     std::shared_ptr<Interface> provider;
     try {
-        provider = std::make_shared<Concrete>(tables...);
+        provider = std::make_shared<Concrete>(engine::Current());
         registry.insert(provider);
     } catch (...) {
         return nullptr;
@@ -58,23 +57,19 @@ bool DestroyProvider(std::set<std::shared_ptr<Interface>>& registry,
 std::shared_ptr<ISinkProvider> PERIXProviderManager::CreateSinkProvider() {
     return CreateProvider<SinkProvider>(sinkProviders,
                                         "OrbPerix::PERIXProviderManager::CreateSinkProvider",
-                                        "Create SinkProvider success, sinkProvider count = ",
-                                        WithFallbacks(orbPerixHandler));
+                                        "Create SinkProvider success, sinkProvider count = ");
 }
 
 std::shared_ptr<ISourceProvider> PERIXProviderManager::CreateSourceProvider() {
     return CreateProvider<SourceProvider>(
         sourceProviders, "OrbPerix::PERIXProviderManager::CreateSourceProvider",
-        "Create SourceProvider success, SourceProvider count = ", WithFallbacks(orbPerixHandler),
-        WithFallbacks(audioHandlerSource), WithFallbacks(refreshHandlerSource));
+        "Create SourceProvider success, SourceProvider count = ");
 }
 
 std::shared_ptr<IInputProvider> PERIXProviderManager::CreateInputProvider() {
     return CreateProvider<InputProvider>(inputProviders,
                                          "OrbPerix::PERIXProviderManager::CreateInputProvider",
-                                         "Create InputProvider success, InputProvider count = ",
-                                         WithFallbacks(orbPerixHandler),
-                                         WithFallbacks(buttonHandlerSource));
+                                         "Create InputProvider success, InputProvider count = ");
 }
 
 // The sink's texts say "Destroy" while the operation and the other kinds say "Destory":

@@ -50,6 +50,11 @@ std::string ExecutableDirectory();
 int64_t PerformanceCounter();
 int64_t PerformanceFrequency();
 
+// True once the process has begun to end (Windows: the loader is shutting down, other threads
+// are gone and the loader lock may be held). Teardown then lets threads go instead of joining
+// them. Elsewhere exit handlers run with every thread alive, and this stays false.
+bool ProcessIsExiting() noexcept;
+
 // Suspends the calling thread for about `milliseconds`.
 void SleepMilliseconds(uint32_t milliseconds);
 

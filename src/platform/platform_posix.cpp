@@ -103,6 +103,8 @@ int64_t PerformanceFrequency() {
     return 1000000000LL;
 }
 
+bool ProcessIsExiting() noexcept { return false; }
+
 void SleepMilliseconds(uint32_t milliseconds) {
     timespec delay{};
     delay.tv_sec = static_cast<time_t>(milliseconds / 1000U);

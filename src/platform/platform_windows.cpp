@@ -107,6 +107,17 @@ int64_t PerformanceFrequency() {
     return frequency.QuadPart;
 }
 
+bool ProcessIsExiting() noexcept {
+    // ntdll's own answer; looked up once (ntdll is always loaded, and never unloaded).
+    using ShutdownInProgressFn = BOOLEAN(WINAPI*)(void);
+    static const ShutdownInProgressFn shutdownInProgress = [] {
+        HMODULE ntdll = GetModuleHandleW(L"ntdll.dll");
+        FARPROC proc = ntdll != nullptr ? GetProcAddress(ntdll, "RtlDllShutdownInProgress") : nullptr;
+        return reinterpret_cast<ShutdownInProgressFn>(reinterpret_cast<void (*)(void)>(proc));
+    }();
+    return shutdownInProgress != nullptr && shutdownInProgress() != FALSE;
+}
+
 void SleepMilliseconds(uint32_t milliseconds) {
     Sleep(milliseconds);
 }

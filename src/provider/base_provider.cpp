@@ -4,7 +4,9 @@
 #include <string>
 
 #include "log/log.h"
+#include "engine/engine_gate.h"
 #include "platform/platform.h"
+#include "provider/delivery.h"
 #include "provider/session_store.h"
 
 namespace OrbPerix {
@@ -26,8 +28,10 @@ int BaseProvider::CheckPerixInfoInner(const PERIXInfo* deviceInfo) {
 }
 
 void BaseProvider::DeviceChange(SessionStore& sessions, void* handle,
-                                const PerixDeviceChangeNotify* notify) {
+                                const PerixDeviceChangeNotify* notify) noexcept {
     static const char* const kScope = "OrbPerix::BaseProvider::DeviceChange";
+    static const char* const kEvent = "On DeviceChange";
+    engine::CallbackScope inCallback;
     if (notify == nullptr) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "On DeviceChange, notify is null");
         return;
@@ -38,18 +42,24 @@ void BaseProvider::DeviceChange(SessionStore& sessions, void* handle,
         log::Trace(LOG_MESSAGE_ERROR, kScope, "On DeviceChange, Listen function is null");
         return;
     }
+    if (!CheckEngineText(kScope, kEvent, "deviceId", notify->deviceId, notify->deviceIdLen)) {
+        return;
+    }
     try {
-        DeviceChangeInfo info{std::string(notify->deviceId, notify->deviceIdLen), notify->word0,
-                              notify->word1};
-        facts.listener.onDeviceChange(&info);
+        DeviceChangeInfo info{std::string(EngineText(notify->deviceId, notify->deviceIdLen)),
+                              notify->word0, notify->word1};
+        CallListener(kScope, kEvent, facts.route,
+                     [&] { facts.listener.onDeviceChange(&info); });
     } catch (const std::bad_alloc&) {
-        // The host record could not be built; the notification is dropped.
+        LogNoMemory(kScope, kEvent);
     }
 }
 
 void BaseProvider::DeviceServiceChange(SessionStore& sessions, void* handle,
-                                       const PerixServiceChangeNotify* notify) {
+                                       const PerixServiceChangeNotify* notify) noexcept {
     static const char* const kScope = "OrbPerix::BaseProvider::DeviceServiceChange";
+    static const char* const kEvent = "On DeviceServiceChange";
+    engine::CallbackScope inCallback;
     if (notify == nullptr) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "On DeviceServiceChange, notify is null");
         return;
@@ -60,18 +70,26 @@ void BaseProvider::DeviceServiceChange(SessionStore& sessions, void* handle,
         log::Trace(LOG_MESSAGE_ERROR, kScope, "On DeviceServiceChange, Listen function is null");
         return;
     }
+    if (!CheckEngineText(kScope, kEvent, "deviceId", notify->deviceId, notify->deviceIdLen) ||
+        !CheckEngineText(kScope, kEvent, "serviceId", notify->serviceId, notify->serviceIdLen)) {
+        return;
+    }
     try {
-        ServiceChangeInfo info{std::string(notify->deviceId, notify->deviceIdLen),
-                               std::string(notify->serviceId, notify->serviceIdLen),
+        ServiceChangeInfo info{std::string(EngineText(notify->deviceId, notify->deviceIdLen)),
+                               std::string(EngineText(notify->serviceId, notify->serviceIdLen)),
                                notify->word0, notify->word1, notify->word2};
-        facts.listener.onServiceChange(&info);
+        CallListener(kScope, kEvent, facts.route,
+                     [&] { facts.listener.onServiceChange(&info); });
     } catch (const std::bad_alloc&) {
-        // The host record could not be built; the notification is dropped.
+        LogNoMemory(kScope, kEvent);
     }
 }
 
-void BaseProvider::DataReceive(SessionStore& sessions, void* handle, const BinaryData* data) {
+void BaseProvider::DataReceive(SessionStore& sessions, void* handle,
+                               const BinaryData* data) noexcept {
     static const char* const kScope = "OrbPerix::BaseProvider::DataReceive";
+    static const char* const kEvent = "On DataReceive";
+    engine::CallbackScope inCallback;
     if (data == nullptr || data->data == nullptr) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "On DataReceive, data is null");
         return;
@@ -81,6 +99,10 @@ void BaseProvider::DataReceive(SessionStore& sessions, void* handle, const Binar
     if (!sessions.LookupByHandle(handle, &facts, &deviceId) ||
         facts.listener.onDataReceive == nullptr) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "On DataReceive, Listen function is null");
+        return;
+    }
+    if (!CheckEngineBytes(kScope, kEvent, "data", data->data, data->len,
+                          kMaxEnginePayloadLength)) {
         return;
     }
     BinaryData copy{data->word0, data->word1, nullptr, data->len};
@@ -99,9 +121,11 @@ void BaseProvider::DataReceive(SessionStore& sessions, void* handle, const Binar
         }
     }
     try {
-        facts.listener.onDataReceive(deviceId, &copy);
+        // The listener takes the device id by value: its copy is made here, inside the guard.
+        CallListener(kScope, kEvent, facts.route,
+                     [&] { facts.listener.onDataReceive(deviceId, &copy); });
     } catch (const std::bad_alloc&) {
-        // The by-value device id could not be copied for the call.
+        LogNoMemory(kScope, kEvent);
     }
     delete[] copy.data;
 }

@@ -4,7 +4,8 @@
 // BaseProvider has no state and no virtual operations; its operations are static and take the
 // calling provider kind's session store explicitly. The forwarders run on engine threads; they
 // copy what they need out of the store under the store's lock and call the host's listener
-// with no lock held.
+// with no lock held. They treat the engine's record as untrusted and keep everything a
+// listener throws on this side.
 #ifndef ORBPERIX_SRC_PROVIDER_BASE_PROVIDER_H_
 #define ORBPERIX_SRC_PROVIDER_BASE_PROVIDER_H_
 
@@ -18,17 +19,6 @@ namespace OrbPerix {
 
 class SessionStore;
 
-// One peer's session, owned by its provider kind's SessionStore. Only the store's owner
-// (under the store's lock) touches a record; other threads work on copies.
-struct PerixSessionInfo {
-    std::string deviceId;         // the peer device id (key of the store)
-    std::string serviceId;        // set by the input provider's OpenButton
-    int32_t serverPort = -1;      // -1 = not connected; set by ConnectDevice
-    uint8_t sessionKey[128] = {}; // copied on connect, zeroed before the record is freed
-    void* serviceHandle = nullptr;
-    ProviderListener listener = {};
-};
-
 class BaseProvider {
 public:
     // 0 when `deviceInfo` may be passed to the engine, -2 (logged) otherwise. Identifier
@@ -37,12 +27,13 @@ public:
 
     // Engine-thread forwarders: find the session whose service handle is `handle` (first in key
     // order) and call its listener entry 0, 1 or 2 with a private copy of the notification,
-    // destroyed when the listener returns.
+    // destroyed when the listener returns. A malformed record (a null text or buffer with a
+    // length, a length above the limits of delivery.h) is logged and dropped.
     static void DeviceChange(SessionStore& sessions, void* handle,
-                             const PerixDeviceChangeNotify* notify);
+                             const PerixDeviceChangeNotify* notify) noexcept;
     static void DeviceServiceChange(SessionStore& sessions, void* handle,
-                                    const PerixServiceChangeNotify* notify);
-    static void DataReceive(SessionStore& sessions, void* handle, const BinaryData* data);
+                                    const PerixServiceChangeNotify* notify) noexcept;
+    static void DataReceive(SessionStore& sessions, void* handle, const BinaryData* data) noexcept;
 
     // Host audio device type -> engine device type; unknown types log and give 3.
     static uint32_t ConvertAudioDeviceType(uint32_t type);

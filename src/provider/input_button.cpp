@@ -5,8 +5,10 @@
 #include <string>
 #include <string_view>
 
+#include "engine/engine_gate.h"
 #include "log/log.h"
 #include "platform/platform.h"
+#include "provider/delivery.h"
 #include "provider/input_provider.h"
 
 namespace OrbPerix {
@@ -28,6 +30,11 @@ PerixButtonIdentity Identity(const std::string& deviceId, const std::string& ser
                                serviceId.c_str(), static_cast<uint32_t>(serviceId.size())};
 }
 
+// The load whose button table the kind calls now.
+const EngineLoad& ButtonLoad() noexcept {
+    return *InputGlobals().buttonLoad.load(std::memory_order_acquire);
+}
+
 }  // namespace
 
 int InputProvider::OpenButton(ServiceInfo* service, void* /*reserved*/) {
@@ -46,7 +53,8 @@ int InputProvider::OpenButton(ServiceInfo* service, void* /*reserved*/) {
         return -2;
     }
     const PerixButtonIdentity identity = Identity(service->deviceId, service->serviceId);
-    const int opened = InputGlobals().buttonOpen.load(std::memory_order_relaxed)(&identity);
+    const EngineLoad& load = ButtonLoad();
+    const int opened = engine::Call(load, load.button.ButtonOpen, &identity);
     if (opened != 0) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "ButtonOpen failed with ret=", opened);
         return opened;
@@ -67,7 +75,8 @@ int InputProvider::CloseButton(ServiceInfo* service, void* /*reserved1*/, void* 
         return -2;
     }
     const PerixButtonIdentity identity = Identity(service->deviceId, service->serviceId);
-    const int closed = InputGlobals().buttonClose.load(std::memory_order_relaxed)(&identity);
+    const EngineLoad& load = ButtonLoad();
+    const int closed = engine::Call(load, load.button.ButtonClose, &identity);
     if (closed != 0) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "ButtonClose failed with ret=", closed);
         return closed;
@@ -82,8 +91,8 @@ int InputProvider::ButtonWriteStreamBuffer(ServiceInfo* service, uint8_t* data, 
     }
     const PerixButtonIdentity identity = Identity(service->deviceId, service->serviceId);
     const PerixDataBuffer buffer{data, len};
-    const int written =
-        InputGlobals().buttonWrite.load(std::memory_order_relaxed)(&identity, &buffer);
+    const EngineLoad& load = ButtonLoad();
+    const int written = engine::Call(load, load.button.ButtonWriteStreamBuffer, &identity, &buffer);
     if (written != 0) {
         log::Trace(LOG_MESSAGE_ERROR, "OrbPerix::InputProvider::ButtonWriteStreamBuffer",
                    "ButtonWriteStreamBuffer failed with ret=", written);
@@ -91,21 +100,31 @@ int InputProvider::ButtonWriteStreamBuffer(ServiceInfo* service, uint8_t* data, 
     return written;
 }
 
-int InputProvider::ButtonNotify(const void* identityRecord, const void* notifyRecord) {
+int InputProvider::ButtonNotify(const void* identityRecord, const void* notifyRecord) noexcept {
     static const char* const kScope = "OrbPerix::InputProvider::ButtonNotify";
+    static const char* const kEvent = "On ButtonNotify";
+    engine::CallbackScope inCallback;
     const auto* identity = static_cast<const PerixButtonIdentity*>(identityRecord);
     const auto* notify = static_cast<const PerixButtonNotify*>(notifyRecord);
     SessionFacts facts;
     // A missing record names no session, so it is reported as a missing listener.
     if (identity == nullptr || notify == nullptr || identity->deviceId == nullptr ||
+        identity->deviceIdLen > kMaxEngineTextLength ||
         !InputKind::Sessions().Lookup(std::string_view(identity->deviceId, identity->deviceIdLen),
                                       &facts) ||
         facts.listener.onButtonNotify == nullptr) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "On ButtonNotify, Listen function is null");
         return -13;
     }
+    // The host is promised a null dataExtend exactly when dataLen is 0.
+    if (!CheckEngineText(kScope, kEvent, "serviceId", identity->serviceId,
+                         identity->serviceIdLen) ||
+        !CheckEngineBytes(kScope, kEvent, "dataExtend", notify->dataExtend, notify->dataLen,
+                          kMaxEnginePayloadLength)) {
+        return kMalformedRecord;
+    }
     ButtonNotifyInfo info{notify->word0, notify->word1, notify->dataLen, nullptr};
-    if (notify->dataLen > 0 && notify->dataExtend != nullptr) {
+    if (notify->dataLen > 0) {
         info.dataExtend = new (std::nothrow) uint8_t[notify->dataLen];
         if (info.dataExtend == nullptr) {
             log::Trace(LOG_MESSAGE_ERROR, kScope,
@@ -120,21 +139,25 @@ int InputProvider::ButtonNotify(const void* identityRecord, const void* notifyRe
             return copied;
         }
     }
+    int result = 0;
     try {
         ServiceInfo service{std::string(identity->deviceId, identity->deviceIdLen),
-                            identity->serviceId != nullptr
-                                ? std::string(identity->serviceId, identity->serviceIdLen)
-                                : std::string(),
+                            std::string(EngineText(identity->serviceId, identity->serviceIdLen)),
                             kButtonServiceType};
-        facts.listener.onButtonNotify(&service, &info);
+        if (!CallListener(kScope, kEvent, facts.route,
+                          [&] { facts.listener.onButtonNotify(&service, &info); })) {
+            result = kListenerFailed;
+        }
     } catch (const std::bad_alloc&) {
-        // The host's service record could not be built; the notification is dropped.
+        LogNoMemory(kScope, kEvent);
+        result = -13;
     }
+    // The peer's report stands even when the host's listener failed.
     if (notify->word0 == 1 && notify->word1 == 0) {
         InputGlobals().buttonOpened.store(true, std::memory_order_relaxed);
     }
     delete[] info.dataExtend;
-    return 0;
+    return result;
 }
 
 void InputProvider::SendButtonHeart(uint8_t* buffer) {
@@ -147,14 +170,19 @@ void InputProvider::SendButtonHeart(uint8_t* buffer) {
     }
     const PerixButtonIdentity identity = Identity(deviceId, serviceId);
     const PerixDataBuffer packet{buffer, kHeartbeatSize};
-    const int written =
-        InputGlobals().buttonWrite.load(std::memory_order_relaxed)(&identity, &packet);
+    const EngineLoad& load = ButtonLoad();
+    // Once the kind's engine load is gone the heartbeat falls silent: no write, no line.
+    engine::EnginePass pass(load);
+    if (!pass || load.button.ButtonWriteStreamBuffer == nullptr) {
+        return;
+    }
+    const int written = load.button.ButtonWriteStreamBuffer(&identity, &packet);
     if (written != 0) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "SendButtonHeart failed with ret=", written);
     }
 }
 
-void InputProvider::ButtonHeart(const std::atomic<bool>* stop, const std::atomic<bool>* released) {
+void InputProvider::ButtonHeart(std::shared_ptr<HeartbeatControl> control) {
     InputState& g = InputGlobals();
     uint8_t* buffer = new (std::nothrow) uint8_t[kHeartbeatSize];
     if (buffer == nullptr) {
@@ -168,7 +196,7 @@ void InputProvider::ButtonHeart(const std::atomic<bool>* stop, const std::atomic
 
     // Init sets heartbeatRunning right after the launch and then releases this thread, so the
     // one check below sees Init's value rather than racing it.
-    while (!released->load(std::memory_order_acquire)) {
+    while (!control->released.load(std::memory_order_acquire)) {
         std::this_thread::yield();
     }
     if (!g.heartbeatRunning.load(std::memory_order_relaxed)) {
@@ -176,9 +204,10 @@ void InputProvider::ButtonHeart(const std::atomic<bool>* stop, const std::atomic
         return;
     }
     while (g.heartbeatRunning.load(std::memory_order_relaxed) &&
-           !stop->load(std::memory_order_relaxed)) {
+           !control->stop.load(std::memory_order_relaxed)) {
         const uint32_t last = g.lastInputTime.load(std::memory_order_relaxed);
-        if (g.buttonOpened.load(std::memory_order_relaxed) && last != 0) {
+        if (g.buttonOpened.load(std::memory_order_relaxed) && last != 0 &&
+            engine::IsLive(ButtonLoad())) {
             const uint32_t age = NowMilliseconds() - last;
             // One unsigned comparison covers both bounds: ages below 50 ms wrap to large values.
             if (age - kHeartbeatDelayMs <= kHeartbeatWindowMs - kHeartbeatDelayMs) {

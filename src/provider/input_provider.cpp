@@ -7,39 +7,31 @@
 
 #include "log/log.h"
 #include "platform/platform.h"
+#include "util/no_destructor.h"
 
 namespace OrbPerix {
 
 namespace {
-// Constant-initialised and trivially destructible: valid from load to unload, whatever the
-// order in which other statics (the manager holding providers) are destroyed.
-InputState g_inputState;
+constexpr const char* kInitScope = "OrbPerix::InputProvider::Init";
+// Registered with the button channel by address; one record for every input provider, valid
+// for as long as the library is loaded.
+constexpr PerixButtonCallback kButtonCallback{&InputProvider::ButtonNotify};
 }  // namespace
 
-InputState& InputGlobals() noexcept { return g_inputState; }
-
-SessionStore& InputKind::Sessions() noexcept {
-    // Never destroyed: providers kept by the manager are destroyed at process exit and still
-    // tear down their sessions then, whatever the order of static destruction.
-    alignas(SessionStore) static unsigned char storage[sizeof(SessionStore)];
-    static SessionStore* const store = new (storage) SessionStore();
-    return *store;
+InputState& InputGlobals() noexcept {
+    static NoDestructor<InputState> state;
+    return *state;
 }
+
+SessionStore& InputKind::Sessions() noexcept { return InputGlobals().sessions; }
 
 bool InputKind::Initialized() noexcept {
-    return g_inputState.heartbeatRunning.load(std::memory_order_relaxed);
+    return InputGlobals().heartbeatRunning.load(std::memory_order_relaxed);
 }
 
-InputProvider::InputProvider(const OrbPERIXHandler& handler, const ButtonHandlerSource& button)
-    : ops_(handler) {
-    // Filled once: the engine may read the record on its threads at any later time.
-    buttonCallback_.notify = &InputProvider::ButtonNotify;
-
-    InputState& g = g_inputState;
-    g.registerCallback.store(button.RegisterCallback, std::memory_order_relaxed);
-    g.buttonOpen.store(button.ButtonOpen, std::memory_order_relaxed);
-    g.buttonClose.store(button.ButtonClose, std::memory_order_relaxed);
-    g.buttonWrite.store(button.ButtonWriteStreamBuffer, std::memory_order_relaxed);
+InputProvider::InputProvider(const EngineLoad& load) : ops_(load) {
+    InputState& g = InputGlobals();
+    g.buttonLoad.store(&load, std::memory_order_release);
     g.heartbeatRunning.store(false, std::memory_order_relaxed);
     g.buttonOpened.store(false, std::memory_order_relaxed);
     g.lastInputTime.store(0, std::memory_order_relaxed);
@@ -58,23 +50,28 @@ int InputProvider::Init() {
     // A second Init on a provider whose heartbeat thread still exists replaces that thread:
     // the old one is stopped and joined first (the process is never aborted).
     StopOwnHeartbeat();
-    stopHeartbeat_.store(false, std::memory_order_relaxed);
-    heartbeatReleased_.store(false, std::memory_order_relaxed);
     try {
-        heartbeat_ = std::thread(&InputProvider::ButtonHeart, &stopHeartbeat_, &heartbeatReleased_);
+        heartbeatControl_ = std::make_shared<HeartbeatControl>();
+        heartbeat_ = std::thread(&InputProvider::ButtonHeart, heartbeatControl_);
     } catch (const std::system_error& error) {
-        log::Trace(LOG_MESSAGE_ERROR, "OrbPerix::InputProvider::Init",
-                   "Init, start heartbeat thread failed: ", error.code().value());
+        log::Trace(LOG_MESSAGE_ERROR, kInitScope, "Init, start heartbeat thread failed: ",
+                   error.code().value());
+        heartbeatControl_.reset();
+        return -13;
+    } catch (const std::bad_alloc&) {
+        log::Trace(LOG_MESSAGE_ERROR, kInitScope, "Init, start heartbeat thread failed: ",
+                   static_cast<int>(std::errc::not_enough_memory));
+        heartbeatControl_.reset();
         return -13;
     }
     // The flag is set only after the launch; the thread checks it once, after this release.
-    g_inputState.heartbeatRunning.store(true, std::memory_order_relaxed);
-    heartbeatReleased_.store(true, std::memory_order_release);
+    InputGlobals().heartbeatRunning.store(true, std::memory_order_relaxed);
+    heartbeatControl_->released.store(true, std::memory_order_release);
     return 0;
 }
 
 void InputProvider::DeInit() {
-    if (!g_inputState.heartbeatRunning.exchange(false, std::memory_order_relaxed)) {
+    if (!InputGlobals().heartbeatRunning.exchange(false, std::memory_order_relaxed)) {
         return;
     }
     ops_.TearDownSessions();
@@ -88,26 +85,26 @@ void InputProvider::DeInit() {
                    "DeInit called on the heartbeat thread, not joined");
         return;
     }
-    heartbeat_.join();
+    StopOwnHeartbeat();
 }
 
 void InputProvider::StopOwnHeartbeat() noexcept {
     if (!heartbeat_.joinable()) {
         return;
     }
-    if (heartbeat_.get_id() == std::this_thread::get_id()) {
-        // Destroyed from its own heartbeat thread (the host dropped its last reference there):
-        // the thread ends on its own once this stop is seen.
-        stopHeartbeat_.store(true, std::memory_order_relaxed);
+    heartbeatControl_->stop.store(true, std::memory_order_relaxed);
+    heartbeatControl_->released.store(true, std::memory_order_release);
+    // On its own thread (the last reference dropped there), or while the process exits (the
+    // thread may already be gone and joining it can hang): let it go. It holds its own
+    // reference to the control block and ends at its next check.
+    if (heartbeat_.get_id() == std::this_thread::get_id() || platform::ProcessIsExiting()) {
         heartbeat_.detach();
         return;
     }
-    stopHeartbeat_.store(true, std::memory_order_relaxed);
-    heartbeatReleased_.store(true, std::memory_order_release);
     try {
         heartbeat_.join();
     } catch (const std::system_error&) {
-        // Only a self-join can fail here, which is excluded above.
+        heartbeat_.detach();
     }
 }
 
@@ -118,12 +115,17 @@ int InputProvider::DisconnectDevice(PERIXInfo* deviceInfo) {
 }
 
 int InputProvider::RegisterPERIXListener(PERIXInfo* deviceInfo, ProviderListener* listener) {
-    const int registered = ops_.RegisterPERIXListenerSteps(deviceInfo, listener);
+    return RegisterPERIXListener(deviceInfo, listener, HostRoute{});
+}
+
+int InputProvider::RegisterPERIXListener(PERIXInfo* deviceInfo, ProviderListener* listener,
+                                         const HostRoute& route) {
+    const int registered = ops_.RegisterPERIXListenerSteps(deviceInfo, listener, route);
     if (registered != 0) {
         return registered;
     }
-    const int callback =
-        g_inputState.registerCallback.load(std::memory_order_relaxed)(&buttonCallback_);
+    const EngineLoad& button = *InputGlobals().buttonLoad.load(std::memory_order_acquire);
+    const int callback = engine::Call(button, button.button.RegisterCallback, &kButtonCallback);
     if (callback != 0) {
         log::Trace(LOG_MESSAGE_ERROR, "OrbPerix::InputProvider::RegisterPERIXListener",
                    "Register buttonHandler RegisterCallback failed: ", callback);
@@ -172,8 +174,9 @@ void InputProvider::SendBinaryData(const std::string* deviceId, BinaryData* data
 int InputProvider::SendByHandler(void* a, void* b, void* c) { return ops_.SendByHandler(a, b, c); }
 
 uint32_t InputProvider::NowMilliseconds() noexcept {
-    const int64_t start = g_inputState.clockStart.load(std::memory_order_relaxed);
-    const int64_t frequency = g_inputState.clockFrequency.load(std::memory_order_relaxed);
+    const InputState& g = InputGlobals();
+    const int64_t start = g.clockStart.load(std::memory_order_relaxed);
+    const int64_t frequency = g.clockFrequency.load(std::memory_order_relaxed);
     const int64_t elapsed = (platform::PerformanceCounter() - start) * 1000 / frequency;
     return static_cast<uint32_t>(elapsed);
 }

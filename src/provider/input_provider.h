@@ -2,13 +2,15 @@
 // its heartbeat, remote-control packets, binary data and virtual services.
 //
 // Process-wide state (one copy for all input providers, see InputState): the session store,
-// the heartbeat and button-opened flags, the last input time, the time base and the button
-// handler table. Creating an input provider resets all of it except the sessions.
+// the heartbeat and button-opened flags, the last input time, the time base and the engine
+// load whose button table the kind uses. Creating an input provider resets all of it except
+// the sessions.
 //
 // Threads: host threads call the virtual operations; engine threads call the OnDevice*/
 // OnDataReceive forwarders and ButtonNotify; one heartbeat thread per initialised provider
 // runs ButtonHeart. Flags and the last input time are relaxed atomics; the session store has a
-// lock of its own that is never held while the engine or a host listener runs.
+// lock of its own that is never held while the engine or a host listener runs. Every engine
+// call goes through the engine gate, so none reaches an engine that was finalised.
 // REQUIRES: the host does not call Init, DeInit or the destructor of one provider from several
 // threads at once.
 #ifndef ORBPERIX_SRC_PROVIDER_INPUT_PROVIDER_H_
@@ -16,10 +18,11 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <thread>
 
-#include "orbperix/engine_tables.h"
+#include "engine/engine_gate.h"
 #include "orbperix/large_integer.h"
 #include "orbperix/providers.h"
 #include "provider/base_provider.h"
@@ -36,31 +39,29 @@ struct InputKind {
     static bool Initialized() noexcept;  // heartbeatRunning
 };
 
-// The input kind's class-wide state. Every member is trivially destructible, so the state
-// stays valid while providers are destroyed at process exit (the session store is never
-// destroyed for the same reason).
+// The input kind's class-wide state, in a never-destroyed holder (InputGlobals): heartbeat
+// threads, engine threads and providers destroyed late at exit may all still use it.
 struct InputState {
+    SessionStore sessions;
     std::atomic<bool> heartbeatRunning{false};
     std::atomic<bool> buttonOpened{false};
     // Milliseconds since the time base of the last posted input that counts; 0 = none yet.
     std::atomic<uint32_t> lastInputTime{0};
     std::atomic<int64_t> clockStart{0};
     std::atomic<int64_t> clockFrequency{1};
-    // The engine's button handler table, entry by entry, so that a provider's creation can
-    // replace it while a heartbeat thread reads it.
-    std::atomic<decltype(ButtonHandlerSource::RegisterCallback)> registerCallback{nullptr};
-    std::atomic<decltype(ButtonHandlerSource::ButtonOpen)> buttonOpen{nullptr};
-    std::atomic<decltype(ButtonHandlerSource::ButtonClose)> buttonClose{nullptr};
-    std::atomic<decltype(ButtonHandlerSource::ButtonWriteStreamBuffer)> buttonWrite{nullptr};
+    // The load whose button table the kind calls: the one the newest input provider was
+    // created under. One pointer, so a reader never mixes two loads' entries.
+    std::atomic<const EngineLoad*> buttonLoad{&engine::NoEngine()};
 };
 InputState& InputGlobals() noexcept;
 
 class InputProvider : public IInputProvider, public BaseProvider {
 public:
-    // Copies the main table; resets the process-wide input state (button table copied,
+    // Binds to `load`; resets the process-wide input state (button table of `load`,
     // heartbeatRunning and buttonOpened false, lastInputTime 0, time base restarted).
-    InputProvider(const OrbPERIXHandler& handler, const ButtonHandlerSource& button);
-    // Runs DeInit, then stops and joins a heartbeat thread that is still joinable.
+    explicit InputProvider(const EngineLoad& load);
+    // Runs DeInit, then stops its heartbeat thread if it still runs (joined, except at process
+    // exit where it is let go).
     ~InputProvider() override;
     InputProvider(const InputProvider&) = delete;
     InputProvider& operator=(const InputProvider&) = delete;
@@ -70,6 +71,9 @@ public:
     int ConnectDevice(PERIXInfo* deviceInfo) override;
     int DisconnectDevice(PERIXInfo* deviceInfo) override;
     int RegisterPERIXListener(PERIXInfo* deviceInfo, ProviderListener* listener) override;
+    // The same, keeping the C interface's listener in the session with `listener`'s entries.
+    int RegisterPERIXListener(PERIXInfo* deviceInfo, ProviderListener* listener,
+                              const HostRoute& route);
     int UnRegisterListener(PERIXInfo* deviceInfo) override;
     int RegisterDataListener(const std::string* deviceId, uint32_t type, void* callback) override;
     int UnRegisterDataListener(const std::string* deviceId, uint32_t type) override;
@@ -86,9 +90,9 @@ public:
     int SendByHandler(void* a, void* b, void* c) override;
 
     // Engine thread: the button channel's notification (registered by RegisterPERIXListener).
-    static int ButtonNotify(const void* identity, const void* notify);
+    static int ButtonNotify(const void* identity, const void* notify) noexcept;
     // Heartbeat thread: writes the heartbeat packet (11 bytes) to the first session in key
-    // order that has an opened button service.
+    // order that has an opened button service. Writes nothing once the kind's load is gone.
     static void SendButtonHeart(uint8_t* buffer);
 
     // Buffer sizes of PostRemoteCtrlEvent and the capacity the encoder is told (8 bits).
@@ -98,18 +102,22 @@ public:
     static uint32_t NowMilliseconds() noexcept;
 
 private:
-    // The heartbeat thread body. `stop` ends this one thread (a second Init or the destructor);
-    // `released` is set by Init once heartbeatRunning is set, so that the single check of the
-    // flag before the loop sees Init's value.
-    static void ButtonHeart(const std::atomic<bool>* stop, const std::atomic<bool>* released);
+    // Shared by a provider and its heartbeat thread, so that the thread never reads a
+    // destroyed provider (it may be let go rather than joined).
+    struct HeartbeatControl {
+        // Ends this one thread (a second Init, the destructor).
+        std::atomic<bool> stop{false};
+        // Set by Init once heartbeatRunning is set, so that the thread's single check of the
+        // flag before its loop sees Init's value.
+        std::atomic<bool> released{false};
+    };
+    static void ButtonHeart(std::shared_ptr<HeartbeatControl> control);
     // Stops this provider's own heartbeat thread (not the process-wide flag) and joins it.
     void StopOwnHeartbeat() noexcept;
 
     SessionOps<InputKind> ops_;
-    PerixButtonCallback buttonCallback_{};  // handed to the button RegisterCallback by address
     std::thread heartbeat_;
-    std::atomic<bool> stopHeartbeat_{false};
-    std::atomic<bool> heartbeatReleased_{false};
+    std::shared_ptr<HeartbeatControl> heartbeatControl_;
 };
 
 }  // namespace OrbPerix

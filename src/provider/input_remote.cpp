@@ -53,7 +53,7 @@ int InputProvider::PostRemoteCtrlEvent(ServiceInfo* service, RemoteCtrlEvent* ev
                    "PostRemoteCtrlEvent the parameter service or event is null.");
         return -2;
     }
-    if (InputKind::Sessions().HandleOf(service->deviceId) == nullptr) {
+    if (!InputKind::Sessions().HasHandle(service->deviceId)) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "serviceHandler is null, Please Connect device first.");
         return -4;
     }

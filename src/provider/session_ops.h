@@ -16,13 +16,13 @@
 //            static bool Initialized() noexcept;
 //        };
 //
-//   2. Give the provider a member `SessionOps<SourceKind> ops_{handler};` (constructed from
-//      the main handler table copy) and forward the shared virtual operations to it:
+//   2. Give the provider a member `SessionOps<SourceKind> ops_{load};` (constructed from
+//      the engine load the provider is bound to) and forward the shared virtual operations to it:
 //      ConnectDevice, DisconnectDevice, UnRegisterListener, RegisterDataListener,
 //      UnRegisterDataListener, SendData, SendDataNoResult, SendBinaryData,
 //      StartDeviceService, StopDeviceService, RegisterEventCallback, SendByHandler.
 //
-//   3. RegisterPERIXListener: call ops_.RegisterPERIXListenerSteps(deviceInfo, listener)
+//   3. RegisterPERIXListener: call ops_.RegisterPERIXListenerSteps(deviceInfo, listener, route)
 //      (the initialised check, CreateServiceHandler under the provider mutex, and
 //      PERIXRegisterListener with the kind's OnDeviceChange/OnDeviceServiceChange/
 //      OnDataReceive). When it returns non-zero, return that. Otherwise register the kind's
@@ -30,16 +30,20 @@
 //      the kind's own messages, and return 0.
 //
 //   4. DeInit: test and clear the kind's flag yourself (step 1), then call
-//      ops_.TearDownSessions() (locks the provider mutex, releases every session's handle,
-//      frees the records, empties the store). Join any thread of the kind after it.
+//      ops_.TearDownSessions() (empties the store; every session's handle is released once,
+//      now or when the engine call still using it ends). Join any thread of the kind after it.
 //
 //   The provider mutex is ops_.ProviderMutex(); the most recent handle ops_.ServiceHandle().
-//   The engine callbacks to register are SessionOps<Kind>::OnDeviceChange etc.; they forward
+//   The engine listener record (kEngineListener) is one per kind, in static storage: the engine
+//   keeps it by address and may call it at any time while the library is loaded. It forwards
 //   to BaseProvider with Kind::Sessions().
 //
-// Threading: host threads call the operations. The store's lock is never held while the
-// engine runs; the provider mutex is taken by ConnectDevice, DisconnectDevice, teardown and
-// around CreateServiceHandler, exactly where the provider's single mutex is taken.
+// Threading: host threads call the operations. Every engine call that passes a session's
+// handle holds a lease on the session (see SessionStore), so a concurrent DisconnectDevice or
+// DeInit never makes it pass a released handle. No lock of this library is held while the
+// engine runs, except the provider mutex around CreateServiceHandler; in particular a handle
+// is never released under a lock, so a listener may disconnect or de-initialise from inside a
+// notification while the engine's release waits for that notification to end.
 #ifndef ORBPERIX_SRC_PROVIDER_SESSION_OPS_H_
 #define ORBPERIX_SRC_PROVIDER_SESSION_OPS_H_
 
@@ -52,6 +56,7 @@
 
 #include "orbperix/engine_tables.h"
 #include "orbperix/records.h"
+#include "engine/engine_gate.h"
 #include "provider/base_provider.h"
 #include "provider/session_store.h"
 
@@ -74,14 +79,16 @@ constexpr std::array<char, A + B - 1> JoinScope(const char (&prefix)[A], const c
 template <typename Kind>
 class SessionOps {
 public:
-    explicit SessionOps(const OrbPERIXHandler& handler) noexcept;
+    explicit SessionOps(const EngineLoad& load) noexcept : load_(load) {}
     SessionOps(const SessionOps&) = delete;
     SessionOps& operator=(const SessionOps&) = delete;
 
     int ConnectDevice(PERIXInfo* deviceInfo);
     int DisconnectDevice(PERIXInfo* deviceInfo);
     // Steps 1 to 3 of RegisterPERIXListener (see the comment at the top).
-    int RegisterPERIXListenerSteps(PERIXInfo* deviceInfo, ProviderListener* listener);
+    // `route` is the C interface's listener, kept in the session with the host's entries.
+    int RegisterPERIXListenerSteps(PERIXInfo* deviceInfo, ProviderListener* listener,
+                                   const HostRoute& route);
     int UnRegisterListener(PERIXInfo* deviceInfo);
     int RegisterDataListener(const std::string* deviceId, uint32_t type, void* callback);
     int UnRegisterDataListener(const std::string* deviceId, uint32_t type);
@@ -94,25 +101,28 @@ public:
     int SendByHandler(void* a, void* b, void* c);
 
     // REQUIRES: ProviderMutex() held by the caller.
-    int CreateServiceHandler(PERIXInfo* deviceInfo, ProviderListener* listener, void** out);
-    // DeInit's teardown: under the provider mutex, takes every session out of the store,
-    // releases each non-null handle through PERIXReleaseServiceHandle in key order and frees
-    // the records.
-    void TearDownSessions();
+    int CreateServiceHandler(PERIXInfo* deviceInfo, ProviderListener* listener,
+                             const HostRoute& route, void** out);
+    // DeInit's teardown: takes every session out of the store; each handle is released through
+    // PERIXReleaseServiceHandle in key order (or by the engine call still using it, when it
+    // ends) and the records are freed.
+    void TearDownSessions() noexcept;
 
     std::mutex& ProviderMutex() noexcept { return mutex_; }
     void* ServiceHandle() const noexcept { return serviceHandle_.load(std::memory_order_relaxed); }
-    const OrbPERIXHandler& Handler() const noexcept { return handler_; }
+    const EngineLoad& Load() const noexcept { return load_; }
 
     // The engine listener functions of this kind (engine threads).
-    static void OnDeviceChange(void* handle, const void* notify);
-    static void OnDeviceServiceChange(void* handle, const void* notify);
-    static void OnDataReceive(void* handle, const void* data);
+    static void OnDeviceChange(void* handle, const void* notify) noexcept;
+    static void OnDeviceServiceChange(void* handle, const void* notify) noexcept;
+    static void OnDataReceive(void* handle, const void* data) noexcept;
+    // Handed to PERIXRegisterListener by address; the same record for every provider of the
+    // kind, valid for as long as the library is loaded.
+    static const PerixEngineListener kEngineListener;
 
 private:
-    const OrbPERIXHandler handler_;
-    PerixEngineListener engineListener_{};  // handed to PERIXRegisterListener by address
-    std::mutex mutex_;                      // the provider mutex
+    const EngineLoad& load_;  // the load the provider was created under (never freed)
+    std::mutex mutex_;        // the provider mutex
     std::atomic<void*> serviceHandle_{nullptr};  // most recently created handle
 };
 

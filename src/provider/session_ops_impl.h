@@ -16,11 +16,9 @@
 namespace OrbPerix {
 
 template <typename Kind>
-SessionOps<Kind>::SessionOps(const OrbPERIXHandler& handler) noexcept : handler_(handler) {
-    // Filled once here rather than at each registration: the engine may read the record while
-    // another host thread registers a further peer, and its content never changes.
-    engineListener_ = PerixEngineListener{&OnDeviceChange, &OnDeviceServiceChange, &OnDataReceive};
-}
+const PerixEngineListener SessionOps<Kind>::kEngineListener = {
+    &SessionOps<Kind>::OnDeviceChange, &SessionOps<Kind>::OnDeviceServiceChange,
+    &SessionOps<Kind>::OnDataReceive};
 
 template <typename Kind>
 int SessionOps<Kind>::ConnectDevice(PERIXInfo* deviceInfo) {
@@ -29,10 +27,11 @@ int SessionOps<Kind>::ConnectDevice(PERIXInfo* deviceInfo) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "Invalid para: deviceInfo is invalid");
         return -2;
     }
-    std::lock_guard<std::mutex> lock(mutex_);
     const std::string_view peer = PeerDeviceId(*deviceInfo);
     SessionFacts facts;
-    if (!Kind::Sessions().Lookup(peer, &facts) || facts.serviceHandle == nullptr) {
+    // The lease keeps the handle from being released while the engine starts the service.
+    SessionStore::Lease session = Kind::Sessions().Acquire(peer, &facts);
+    if (!session) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "connInfo is null, Please RegisterPERIXListener first");
         return -4;
     }
@@ -40,16 +39,17 @@ int SessionOps<Kind>::ConnectDevice(PERIXInfo* deviceInfo) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "device already connected");
         return -4;
     }
-    const int started = handler_.PERIXStartService(facts.serviceHandle, deviceInfo);
+    const int started = engine::Call(session.Load(), session.Load().main.PERIXStartService,
+                                     session.Handle(), deviceInfo);
     if (started != 0) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "PERIXStartService failed with ret ", started);
         return started;
     }
     const int copied =
-        Kind::Sessions().MarkConnected(peer, facts.serviceHandle, deviceInfo->serverPort,
+        Kind::Sessions().MarkConnected(peer, session.Handle(), deviceInfo->serverPort,
                                        deviceInfo->sessionKey, sizeof(deviceInfo->sessionKey));
     if (copied == SessionStore::kSessionGone) {
-        // Another provider of this kind disconnected the peer while the engine started it.
+        // The peer was disconnected while the engine started it.
         log::Trace(LOG_MESSAGE_ERROR, kScope, "connInfo is null, Please RegisterPERIXListener first");
         return -4;
     }
@@ -68,28 +68,19 @@ int SessionOps<Kind>::DisconnectDevice(PERIXInfo* deviceInfo) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "Invalid para: deviceInfo Invalid");
         return -2;
     }
-    std::lock_guard<std::mutex> lock(mutex_);
-    bool found = false;
-    // Out of the store first, so that no other thread can reach the record any more; the
-    // engine is then called with no store lock held.
-    PerixSessionInfo* record = Kind::Sessions().Take(PeerDeviceId(*deviceInfo), &found);
-    if (!found) {
+    // Out of the store at once, so that nothing new can use the handle; it is released with no
+    // lock held (now, or by the engine call still using it when that call ends).
+    if (!Kind::Sessions().Remove(PeerDeviceId(*deviceInfo))) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "DisconnectDevice, device not connected.");
         return -4;
-    }
-    if (record != nullptr) {
-        if (record->serviceHandle != nullptr) {
-            handler_.PERIXReleaseServiceHandle(record->serviceHandle, nullptr, nullptr);
-            record->serviceHandle = nullptr;
-        }
-        SessionStore::Destroy(record);
     }
     return 0;
 }
 
 template <typename Kind>
 int SessionOps<Kind>::RegisterPERIXListenerSteps(PERIXInfo* deviceInfo,
-                                                 ProviderListener* listener) {
+                                                 ProviderListener* listener,
+                                                 const HostRoute& route) {
     ORBPERIX_KIND_SCOPE("RegisterPERIXListener");
     if (!Kind::Initialized() || listener == nullptr) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, Kind::kInitializeFirst);
@@ -99,13 +90,17 @@ int SessionOps<Kind>::RegisterPERIXListenerSteps(PERIXInfo* deviceInfo,
     int created = 0;
     {
         std::lock_guard<std::mutex> lock(mutex_);
-        created = CreateServiceHandler(deviceInfo, listener, &handle);
+        created = CreateServiceHandler(deviceInfo, listener, route, &handle);
     }
     if (created != 0) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "CreateServiceHandler fail");
         return -13;
     }
-    const int registered = handler_.PERIXRegisterListener(handle, &engineListener_);
+    SessionStore::Lease session = Kind::Sessions().Acquire(PeerDeviceId(*deviceInfo));
+    const int registered =
+        session ? engine::Call(session.Load(), session.Load().main.PERIXRegisterListener,
+                               session.Handle(), &kEngineListener)
+                : kEngineNotAvailable;  // disconnected meanwhile by another thread
     if (registered != 0) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "RegisterPERIXListener failed: ", registered);
         return registered;
@@ -115,7 +110,7 @@ int SessionOps<Kind>::RegisterPERIXListenerSteps(PERIXInfo* deviceInfo,
 
 template <typename Kind>
 int SessionOps<Kind>::CreateServiceHandler(PERIXInfo* deviceInfo, ProviderListener* listener,
-                                           void** out) {
+                                           const HostRoute& route, void** out) {
     ORBPERIX_KIND_SCOPE("CreateServiceHandler");
     if (BaseProvider::CheckPerixInfoInner(deviceInfo) != 0) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "Invalid para: deviceInfo is invalid");
@@ -126,37 +121,33 @@ int SessionOps<Kind>::CreateServiceHandler(PERIXInfo* deviceInfo, ProviderListen
         return -13;
     }
     const std::string_view peer = PeerDeviceId(*deviceInfo);
-    if (Kind::Sessions().HandleOf(peer) != nullptr) {
-        log::Trace(LOG_MESSAGE_ERROR, kScope, "device already created serviceHandler.");
-        return -4;
+    // The key is taken before the engine is asked, so that two registrations of one peer
+    // cannot both create a handle, and the record exists before the handle does.
+    switch (Kind::Sessions().Reserve(peer)) {
+        case SessionStore::Reservation::kReserved:
+            break;
+        case SessionStore::Reservation::kExists:
+            log::Trace(LOG_MESSAGE_ERROR, kScope, "device already created serviceHandler.");
+            return -4;
+        case SessionStore::Reservation::kNoMemory:
+            log::Trace(LOG_MESSAGE_ERROR, kScope, "new PerixSessionInfo fail");
+            return -13;
     }
-    void* handle = handler_.PERIXCreateServiceHandle(deviceInfo);
+    void* handle = engine::Call(load_, load_.main.PERIXCreateServiceHandle, deviceInfo);
     serviceHandle_.store(handle, std::memory_order_relaxed);
     if (handle == nullptr) {
+        Kind::Sessions().Abandon(peer);
         log::Trace(LOG_MESSAGE_ERROR, kScope, "PERIXCreateServiceHandle fail");
         return -13;
     }
-    PerixSessionInfo* record = new (std::nothrow) PerixSessionInfo();
-    if (record != nullptr) {
-        try {
-            record->deviceId.assign(peer.data(), peer.size());
-        } catch (const std::bad_alloc&) {
-            delete record;
-            record = nullptr;
-        }
-    }
-    if (record == nullptr) {
-        // The engine handle stays with the engine, as it always has on this path.
-        log::Trace(LOG_MESSAGE_ERROR, kScope, "new PerixSessionInfo fail");
+    const ProviderListener entries = listener != nullptr ? *listener : ProviderListener{};
+    if (!Kind::Sessions().Complete(peer, handle, load_, entries, route)) {
+        // Disconnected while the engine created the handle: nobody else will release it.
+        engine::Call(load_, load_.main.PERIXReleaseServiceHandle, handle, nullptr, nullptr);
+        log::Trace(LOG_MESSAGE_ERROR, kScope,
+                   "CreateServiceHandler: device disconnected while its handle was created");
         return -13;
     }
-    record->serviceHandle = handle;
-    if (listener != nullptr) {
-        record->listener = *listener;
-    }
-    // A record displaced under the same key (a concurrent registration of the same peer by
-    // another provider of this kind) is freed rather than leaked; its handle is not released.
-    SessionStore::Destroy(Kind::Sessions().Insert(record));
     *out = handle;
     return 0;
 }
@@ -164,13 +155,16 @@ int SessionOps<Kind>::CreateServiceHandler(PERIXInfo* deviceInfo, ProviderListen
 template <typename Kind>
 int SessionOps<Kind>::UnRegisterListener(PERIXInfo* deviceInfo) {
     ORBPERIX_KIND_SCOPE("UnRegisterListener");
-    void* handle =
-        deviceInfo != nullptr ? Kind::Sessions().HandleOf(PeerDeviceId(*deviceInfo)) : nullptr;
-    if (handle == nullptr) {
+    SessionStore::Lease session;
+    if (deviceInfo != nullptr) {
+        session = Kind::Sessions().Acquire(PeerDeviceId(*deviceInfo));
+    }
+    if (!session) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "connInfo is null, Please RegisterPERIXListener first");
         return -4;
     }
-    return handler_.PERIXUnRegisterListener(handle);
+    return engine::Call(session.Load(), session.Load().main.PERIXUnRegisterListener,
+                        session.Handle());
 }
 
 template <typename Kind>
@@ -181,13 +175,14 @@ int SessionOps<Kind>::RegisterDataListener(const std::string* deviceId, uint32_t
         log::Trace(LOG_MESSAGE_ERROR, kScope, "RegisterDataListener device is null");
         return -2;
     }
-    void* handle = Kind::Sessions().HandleOf(*deviceId);
-    if (handle == nullptr) {
+    SessionStore::Lease session = Kind::Sessions().Acquire(*deviceId);
+    if (!session) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "serviceHandler is null, please ConnectDevice first.");
         return -4;
     }
     // The engine's result is deliberately not reported.
-    handler_.PERIXRegisterCallback(handle, type, callback);
+    engine::Call(session.Load(), session.Load().main.PERIXRegisterCallback, session.Handle(),
+                 type, callback);
     return 0;
 }
 
@@ -198,7 +193,7 @@ int SessionOps<Kind>::UnRegisterDataListener(const std::string* deviceId, uint32
         log::Trace(LOG_MESSAGE_ERROR, kScope, "UnRegisterDataListener device is null");
         return -2;
     }
-    if (Kind::Sessions().HandleOf(*deviceId) == nullptr) {
+    if (!Kind::Sessions().HasHandle(*deviceId)) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "serviceHandler is null, please ConnectDevice first.");
         return -4;
     }
@@ -213,8 +208,8 @@ void SessionOps<Kind>::SendBinaryData(const std::string* deviceId, BinaryData* d
         log::Trace(LOG_MESSAGE_ERROR, kScope, "SendBinaryData param invalid");
         return;
     }
-    void* handle = Kind::Sessions().HandleOf(*deviceId);
-    if (handle == nullptr) {
+    SessionStore::Lease session = Kind::Sessions().Acquire(*deviceId);
+    if (!session) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "serviceHandler is null, please ConnectDevice first.");
         return;
     }
@@ -235,7 +230,8 @@ void SessionOps<Kind>::SendBinaryData(const std::string* deviceId, BinaryData* d
         return;
     }
     // The engine's result is deliberately not reported.
-    handler_.PERIXSendBinaryData(handle, &copy);
+    engine::Call(session.Load(), session.Load().main.PERIXSendBinaryData, session.Handle(),
+                 &copy);
     delete[] copy.data;
 }
 
@@ -258,20 +254,21 @@ int SessionOps<Kind>::StartDeviceService(ServiceInfo* service, void* /*reserved*
         log::Trace(LOG_MESSAGE_ERROR, kScope, "StartDeviceService failed,service or deviceId is null.");
         return -2;
     }
-    void* handle = Kind::Sessions().HandleOf(service->deviceId);
-    if (handle == nullptr) {
+    SessionStore::Lease session = Kind::Sessions().Acquire(service->deviceId);
+    if (!session) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "StartDeviceService failed,serviceHandler is null.");
         return -4;
     }
     const PerixVirtualService record{service->serviceId.c_str(),
                                      static_cast<uint32_t>(service->serviceId.size()),
                                      service->serviceType};
-    const int added = handler_.PERIXAddVirtualService(handle, &record);
+    const EngineLoad& load = session.Load();
+    const int added = engine::Call(load, load.main.PERIXAddVirtualService, session.Handle(), &record);
     if (added != 0) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "PERIXAddVirtualService failed with ret=", added);
         return added;
     }
-    return handler_.PERIXEnableVirtualService(handle, &record, 0);
+    return engine::Call(load, load.main.PERIXEnableVirtualService, session.Handle(), &record, 0u);
 }
 
 template <typename Kind>
@@ -280,69 +277,70 @@ int SessionOps<Kind>::StopDeviceService(ServiceInfo* service) {
     if (service == nullptr || service->deviceId.empty()) {
         return -2;
     }
-    void* handle = Kind::Sessions().HandleOf(service->deviceId);
-    if (handle == nullptr) {
+    SessionStore::Lease session = Kind::Sessions().Acquire(service->deviceId);
+    if (!session) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "serviceHandler is null, Please Connect device first.");
         return -4;
     }
     const PerixVirtualService record{service->serviceId.c_str(),
                                      static_cast<uint32_t>(service->serviceId.size()),
                                      service->serviceType};
-    const int disabled = handler_.PERIXDisableVirtualService(handle, &record, 0);
+    const EngineLoad& load = session.Load();
+    const int disabled =
+        engine::Call(load, load.main.PERIXDisableVirtualService, session.Handle(), &record, 0u);
     if (disabled != 0) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "PERIXDisableVirtualService failed with ret=",
                    disabled);
         return disabled;
     }
-    return handler_.PERIXRemoveVirtualService(handle, &record);
+    return engine::Call(load, load.main.PERIXRemoveVirtualService, session.Handle(), &record);
 }
 
 template <typename Kind>
 void SessionOps<Kind>::RegisterEventCallback(const std::string& deviceId, uint32_t type,
                                              void* callback) {
     ORBPERIX_KIND_SCOPE("RegisterEventCallback");
-    void* handle = Kind::Sessions().HandleOf(deviceId);
-    if (handle == nullptr) {
+    SessionStore::Lease session = Kind::Sessions().Acquire(deviceId);
+    if (!session) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "RegisterEventCallback failed, Please Connect device first.");
         return;
     }
-    handler_.PERIXRegisterCallback(handle, type, callback);
+    engine::Call(session.Load(), session.Load().main.PERIXRegisterCallback, session.Handle(),
+                 type, callback);
 }
 
 template <typename Kind>
 int SessionOps<Kind>::SendByHandler(void* a, void* b, void* c) {
-    return handler_.PERIXPassThrough(serviceHandle_.load(std::memory_order_relaxed), a, b, c);
-}
-
-template <typename Kind>
-void SessionOps<Kind>::TearDownSessions() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    SessionStore::Map taken = Kind::Sessions().TakeAll();
-    for (auto& entry : taken) {
-        PerixSessionInfo* record = entry.second;
-        if (record != nullptr && record->serviceHandle != nullptr) {
-            handler_.PERIXReleaseServiceHandle(record->serviceHandle, nullptr, nullptr);
-        }
-        // Records are only ever stored with a handle, so freeing every one leaks nothing
-        // and changes no engine call.
-        SessionStore::Destroy(record);
+    // The most recently created handle, while its session lives; once it has been released
+    // the engine gets a null handle, as before any handle was created.
+    SessionStore::Lease session =
+        Kind::Sessions().AcquireByHandle(serviceHandle_.load(std::memory_order_relaxed));
+    if (session) {
+        return engine::Call(session.Load(), session.Load().main.PERIXPassThrough,
+                            session.Handle(), a, b, c);
     }
+    return engine::Call(load_, load_.main.PERIXPassThrough, static_cast<void*>(nullptr), a, b, c);
 }
 
 template <typename Kind>
-void SessionOps<Kind>::OnDeviceChange(void* handle, const void* notify) {
+void SessionOps<Kind>::TearDownSessions() noexcept {
+    Kind::Sessions().RemoveAll();
+}
+
+template <typename Kind>
+void SessionOps<Kind>::OnDeviceChange(void* handle, const void* notify) noexcept {
     BaseProvider::DeviceChange(Kind::Sessions(), handle,
                                static_cast<const PerixDeviceChangeNotify*>(notify));
 }
 
 template <typename Kind>
-void SessionOps<Kind>::OnDeviceServiceChange(void* handle, const void* notify) {
+void SessionOps<Kind>::OnDeviceServiceChange(void* handle, const void* notify) noexcept {
     BaseProvider::DeviceServiceChange(Kind::Sessions(), handle,
                                       static_cast<const PerixServiceChangeNotify*>(notify));
 }
 
 template <typename Kind>
-void SessionOps<Kind>::OnDataReceive(void* handle, const void* data) {
+void SessionOps<Kind>::OnDataReceive(void* handle, const void* data) noexcept {
     BaseProvider::DataReceive(Kind::Sessions(), handle, static_cast<const BinaryData*>(data));
 }
 

@@ -1,17 +1,80 @@
 #include "provider/session_store.h"
 
-#include <cstring>
 #include <new>
+#include <utility>
 
 #include "platform/platform.h"
 
 namespace OrbPerix {
 
-SessionStore::~SessionStore() {
-    for (auto& entry : map_) {
-        Destroy(entry.second);
+namespace {
+
+void CopyFacts(const PerixSessionInfo& record, SessionFacts* out) noexcept {
+    out->serviceHandle = record.serviceHandle;
+    out->serverPort = record.serverPort;
+    out->listener = record.listener;
+    out->route = record.route;
+}
+
+// Zeroes a record's session key and frees it. Null is ignored.
+void Destroy(PerixSessionInfo* record) noexcept {
+    if (record == nullptr) {
+        return;
+    }
+    // The key must not outlive the session in freed memory.
+    volatile uint8_t* key = record->sessionKey;
+    for (size_t i = 0; i < sizeof(record->sessionKey); ++i) {
+        key[i] = 0;
+    }
+    delete record;
+}
+
+}  // namespace
+
+// ---- Lease ----
+
+SessionStore::Lease::Lease(SessionStore* store, PerixSessionInfo* record) noexcept
+    : store_(store), record_(record), handle_(record->serviceHandle), load_(record->load) {}
+
+SessionStore::Lease::Lease(Lease&& other) noexcept
+    : store_(other.store_), record_(other.record_), handle_(other.handle_), load_(other.load_) {
+    other.record_ = nullptr;
+}
+
+SessionStore::Lease& SessionStore::Lease::operator=(Lease&& other) noexcept {
+    if (this != &other) {
+        End();
+        store_ = other.store_;
+        record_ = other.record_;
+        handle_ = other.handle_;
+        load_ = other.load_;
+        other.record_ = nullptr;
+    }
+    return *this;
+}
+
+SessionStore::Lease::~Lease() { End(); }
+
+void SessionStore::Lease::End() noexcept {
+    if (record_ != nullptr) {
+        store_->EndLease(record_);
+        record_ = nullptr;
     }
 }
+
+void SessionStore::EndLease(PerixSessionInfo* record) noexcept {
+    bool retire = false;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        --record->leases;
+        retire = record->leases == 0 && record->removed;
+    }
+    if (retire) {
+        Retire(record);
+    }
+}
+
+// ---- Lookups ----
 
 bool SessionStore::Lookup(std::string_view deviceId, SessionFacts* out) const noexcept {
     std::lock_guard<std::mutex> lock(mutex_);
@@ -19,15 +82,45 @@ bool SessionStore::Lookup(std::string_view deviceId, SessionFacts* out) const no
     if (found == map_.end() || found->second == nullptr) {
         return false;
     }
-    out->serviceHandle = found->second->serviceHandle;
-    out->serverPort = found->second->serverPort;
-    out->listener = found->second->listener;
+    CopyFacts(*found->second, out);
     return true;
 }
 
-void* SessionStore::HandleOf(std::string_view deviceId) const noexcept {
-    SessionFacts facts;
-    return Lookup(deviceId, &facts) ? facts.serviceHandle : nullptr;
+bool SessionStore::HasHandle(std::string_view deviceId) const noexcept {
+    std::lock_guard<std::mutex> lock(mutex_);
+    auto found = map_.find(deviceId);
+    return found != map_.end() && found->second != nullptr &&
+           found->second->serviceHandle != nullptr;
+}
+
+SessionStore::Lease SessionStore::Acquire(std::string_view deviceId, SessionFacts* facts) noexcept {
+    std::lock_guard<std::mutex> lock(mutex_);
+    auto found = map_.find(deviceId);
+    if (found == map_.end() || found->second == nullptr ||
+        found->second->serviceHandle == nullptr) {
+        return Lease();
+    }
+    PerixSessionInfo* record = found->second;
+    ++record->leases;
+    if (facts != nullptr) {
+        CopyFacts(*record, facts);
+    }
+    return Lease(this, record);
+}
+
+SessionStore::Lease SessionStore::AcquireByHandle(void* handle) noexcept {
+    if (handle == nullptr) {
+        return Lease();
+    }
+    std::lock_guard<std::mutex> lock(mutex_);
+    for (const auto& entry : map_) {
+        PerixSessionInfo* record = entry.second;
+        if (record != nullptr && record->serviceHandle == handle) {
+            ++record->leases;
+            return Lease(this, record);
+        }
+    }
+    return Lease();
 }
 
 bool SessionStore::LookupByHandle(void* handle, SessionFacts* out,
@@ -38,9 +131,7 @@ bool SessionStore::LookupByHandle(void* handle, SessionFacts* out,
         if (record == nullptr || record->serviceHandle != handle) {
             continue;
         }
-        out->serviceHandle = record->serviceHandle;
-        out->serverPort = record->serverPort;
-        out->listener = record->listener;
+        CopyFacts(*record, out);
         if (deviceId != nullptr) {
             try {
                 *deviceId = record->deviceId;
@@ -71,6 +162,8 @@ bool SessionStore::FirstWithService(std::string* deviceId, std::string* serviceI
     return false;
 }
 
+// ---- Changes ----
+
 bool SessionStore::SetServiceId(std::string_view deviceId, const std::string& serviceId) noexcept {
     std::lock_guard<std::mutex> lock(mutex_);
     auto found = map_.find(deviceId);
@@ -97,40 +190,125 @@ int SessionStore::MarkConnected(std::string_view deviceId, void* handle, int32_t
     return platform::BoundedCopy(record->sessionKey, sizeof(record->sessionKey), key, keySize);
 }
 
-PerixSessionInfo* SessionStore::Insert(PerixSessionInfo* record) noexcept {
-    std::lock_guard<std::mutex> lock(mutex_);
-    auto found = map_.find(std::string_view(record->deviceId));
-    if (found != map_.end()) {
-        PerixSessionInfo* previous = found->second;
-        found->second = record;
-        return previous;
+SessionStore::Reservation SessionStore::Reserve(std::string_view deviceId) noexcept {
+    // Built outside the lock; freed again when the key turns out to be taken.
+    PerixSessionInfo* record = new (std::nothrow) PerixSessionInfo();
+    if (record == nullptr) {
+        return Reservation::kNoMemory;
     }
     try {
-        map_.emplace(record->deviceId, record);
+        record->deviceId.assign(deviceId.data(), deviceId.size());
     } catch (const std::bad_alloc&) {
-        // No node for the record: hand it back so that it is freed rather than lost.
-        return record;
+        delete record;
+        return Reservation::kNoMemory;
     }
-    return nullptr;
+    PerixSessionInfo* displaced = nullptr;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        auto found = map_.find(deviceId);
+        if (found != map_.end()) {
+            if (found->second != nullptr) {
+                // A session with a handle, or another creation of the same peer in progress.
+                delete record;
+                return Reservation::kExists;
+            }
+            found->second = record;
+        } else {
+            try {
+                map_.emplace(record->deviceId, record);
+            } catch (const std::bad_alloc&) {
+                displaced = record;
+            }
+        }
+    }
+    if (displaced != nullptr) {
+        delete displaced;
+        return Reservation::kNoMemory;
+    }
+    return Reservation::kReserved;
 }
 
-PerixSessionInfo* SessionStore::Take(std::string_view deviceId, bool* found) noexcept {
+bool SessionStore::Complete(std::string_view deviceId, void* handle, const EngineLoad& load,
+                            const ProviderListener& listener, const HostRoute& route) noexcept {
     std::lock_guard<std::mutex> lock(mutex_);
-    auto entry = map_.find(deviceId);
-    *found = entry != map_.end();
-    if (!*found) {
+    auto found = map_.find(deviceId);
+    if (found == map_.end() || found->second == nullptr ||
+        found->second->serviceHandle != nullptr) {
+        return false;
+    }
+    PerixSessionInfo* record = found->second;
+    record->serviceHandle = handle;
+    record->load = &load;
+    record->listener = listener;
+    record->route = route;
+    return true;
+}
+
+void SessionStore::Abandon(std::string_view deviceId) noexcept {
+    PerixSessionInfo* record = nullptr;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        auto found = map_.find(deviceId);
+        if (found == map_.end() || found->second == nullptr ||
+            found->second->serviceHandle != nullptr) {
+            return;
+        }
+        record = found->second;
+        map_.erase(found);
+    }
+    Destroy(record);
+}
+
+PerixSessionInfo* SessionStore::Detach(PerixSessionInfo* record) noexcept {
+    if (record == nullptr) {
         return nullptr;
     }
-    PerixSessionInfo* record = entry->second;
-    map_.erase(entry);
-    return record;
+    record->removed = true;
+    return record->leases == 0 ? record : nullptr;
 }
 
-SessionStore::Map SessionStore::TakeAll() noexcept {
+void SessionStore::Retire(PerixSessionInfo* record) noexcept {
+    if (record->serviceHandle != nullptr && record->load != nullptr) {
+        // The input provider ignores the release status; the source provider's is not
+        // reported either. A finalised load refuses the call: the handle died with the engine.
+        engine::Call(*record->load, record->load->main.PERIXReleaseServiceHandle,
+                     record->serviceHandle, nullptr, nullptr);
+    }
+    record->serviceHandle = nullptr;
+    Destroy(record);
+}
+
+bool SessionStore::Remove(std::string_view deviceId) noexcept {
+    PerixSessionInfo* retire = nullptr;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        auto found = map_.find(deviceId);
+        if (found == map_.end()) {
+            return false;
+        }
+        retire = Detach(found->second);
+        map_.erase(found);
+    }
+    if (retire != nullptr) {
+        Retire(retire);
+    }
+    return true;
+}
+
+void SessionStore::RemoveAll() noexcept {
     Map taken;
-    std::lock_guard<std::mutex> lock(mutex_);
-    taken.swap(map_);
-    return taken;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        taken.swap(map_);
+        for (auto& entry : taken) {
+            entry.second = Detach(entry.second);
+        }
+    }
+    for (auto& entry : taken) {
+        if (entry.second != nullptr) {
+            Retire(entry.second);
+        }
+    }
 }
 
 size_t SessionStore::Size() const noexcept {
@@ -141,18 +319,6 @@ size_t SessionStore::Size() const noexcept {
 bool SessionStore::Contains(std::string_view deviceId) const noexcept {
     std::lock_guard<std::mutex> lock(mutex_);
     return map_.find(deviceId) != map_.end();
-}
-
-void SessionStore::Destroy(PerixSessionInfo* record) noexcept {
-    if (record == nullptr) {
-        return;
-    }
-    // The key must not outlive the session in freed memory.
-    volatile uint8_t* key = record->sessionKey;
-    for (size_t i = 0; i < sizeof(record->sessionKey); ++i) {
-        key[i] = 0;
-    }
-    delete record;
 }
 
 }  // namespace OrbPerix

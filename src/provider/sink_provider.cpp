@@ -12,36 +12,100 @@ void FormatTraceId(uint64_t traceId, char (&out)[17]) {
     std::snprintf(out, sizeof(out), "%02" PRIx64, traceId);
 }
 
-SinkProvider::SinkProvider(const OrbPERIXHandler& handler) : handler_(handler) {}
+class SinkProvider::HandleUse {
+public:
+    explicit HandleUse(SinkProvider& sink) noexcept : sink_(sink) {
+        std::lock_guard<std::mutex> lock(sink_.providerMutex_);
+        handle_ = sink_.meshHandle_;
+        if (handle_ != nullptr) {
+            ++sink_.meshUsers_;
+        }
+    }
+    ~HandleUse() {
+        if (handle_ == nullptr) {
+            return;
+        }
+        void* retired = nullptr;
+        {
+            std::lock_guard<std::mutex> lock(sink_.providerMutex_);
+            if (--sink_.meshUsers_ == 0) {
+                retired = sink_.meshRetired_;
+                sink_.meshRetired_ = nullptr;
+            }
+        }
+        if (retired != nullptr) {
+            sink_.ReleaseMesh(retired);
+        }
+    }
+    HandleUse(const HandleUse&) = delete;
+    HandleUse& operator=(const HandleUse&) = delete;
+    void* Handle() const noexcept { return handle_; }
+
+private:
+    SinkProvider& sink_;
+    void* handle_ = nullptr;
+};
+
+SinkProvider::SinkProvider(const EngineLoad& load) : load_(load) {}
 
 SinkProvider::~SinkProvider() = default;
 
 int SinkProvider::Init() {
-    sinkInitialized_ = true;
+    sinkInitialized_.store(true, std::memory_order_relaxed);
     return 0;
 }
 
+void SinkProvider::ReleaseMesh(void* handle) noexcept {
+    engine::Call(load_, load_.main.PERIXReleaseServiceHandle, handle, nullptr, nullptr);
+}
+
 void SinkProvider::DeInit() {
-    if (!sinkInitialized_) {
+    if (!sinkInitialized_.exchange(false, std::memory_order_relaxed)) {
         return;
     }
-    sinkInitialized_ = false;
-    if (meshHandle_ != nullptr) {
-        handler_.PERIXReleaseServiceHandle(meshHandle_, nullptr, nullptr);
+    void* release = nullptr;
+    {
+        std::lock_guard<std::mutex> lock(providerMutex_);
+        if (meshHandle_ == nullptr) {
+            return;
+        }
+        if (meshUsers_ == 0) {
+            release = meshHandle_;
+        } else {
+            meshRetired_ = meshHandle_;  // the last call still using it releases it
+        }
         meshHandle_ = nullptr;
+    }
+    if (release != nullptr) {
+        ReleaseMesh(release);
     }
 }
 
 int SinkProvider::CreateMeshProvider(PERIXInfo* deviceInfo) {
     static const char* const kScope = "OrbPerix::SinkProvider::CreateMeshProvider";
-    if (meshHandle_ != nullptr) {
-        log::Trace(LOG_MESSAGE_INFO, kScope, L"MeshProvider already exist");
-        return 0;
+    {
+        std::lock_guard<std::mutex> lock(providerMutex_);
+        if (meshHandle_ != nullptr) {
+            log::Trace(LOG_MESSAGE_INFO, kScope, L"MeshProvider already exist");
+            return 0;
+        }
     }
-    meshHandle_ = handler_.PERIXCreateServiceHandle(deviceInfo);
-    if (meshHandle_ == nullptr) {
+    void* created = engine::Call(load_, load_.main.PERIXCreateServiceHandle, deviceInfo);
+    if (created == nullptr) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, L"PERIXCreateServiceHandle fail");
         return -13;
+    }
+    bool kept = false;
+    {
+        std::lock_guard<std::mutex> lock(providerMutex_);
+        if (meshHandle_ == nullptr) {
+            meshHandle_ = created;
+            kept = true;
+        }
+    }
+    if (!kept) {
+        // Another thread created one meanwhile: the first handle stays, this one goes back.
+        ReleaseMesh(created);
     }
     return 0;
 }
@@ -53,7 +117,11 @@ int SinkProvider::ConnectDevice(PERIXInfo* deviceInfo) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, L"PERIXCreateServiceHandle fail");
         return -13;
     }
-    const int r = handler_.PERIXStartService(meshHandle_, deviceInfo);
+    int r = kEngineNotAvailable;
+    {
+        HandleUse mesh(*this);
+        r = engine::Call(load_, load_.main.PERIXStartService, mesh.Handle(), deviceInfo);
+    }
     // The port is checked only after the engine has been asked to start: callers rely on the
     // service having been started even when the record is refused.
     if (deviceInfo != nullptr && deviceInfo->serverPort == 0) {
@@ -64,8 +132,11 @@ int SinkProvider::ConnectDevice(PERIXInfo* deviceInfo) {
 }
 
 int SinkProvider::DisconnectDevice(PERIXInfo* deviceInfo, void* arg) {
-    if (meshHandle_ != nullptr) {
-        return handler_.PERIXReleaseServiceHandle(meshHandle_, deviceInfo, arg);
+    HandleUse mesh(*this);
+    if (mesh.Handle() != nullptr) {
+        // The device leaves the Mesh provider; the handle itself is kept until DeInit.
+        return engine::Call(load_, load_.main.PERIXReleaseServiceHandle, mesh.Handle(),
+                            static_cast<void*>(deviceInfo), arg);
     }
     log::Trace(LOG_MESSAGE_ERROR, "OrbPerix::SinkProvider::DisconnectDevice",
                L"PERIXCreateServiceHandle fail");
@@ -75,7 +146,11 @@ int SinkProvider::DisconnectDevice(PERIXInfo* deviceInfo, void* arg) {
 int SinkProvider::GetConnectionStatus() {
     static const char* const kScope = "OrbPerix::SinkProvider::GetConnectionStatus";
     uint64_t traceId = 0;
-    const int r = handler_.PERIXGetConnectionStatus(meshHandle_, &traceId);
+    int r = kEngineNotAvailable;
+    {
+        HandleUse mesh(*this);
+        r = engine::Call(load_, load_.main.PERIXGetConnectionStatus, mesh.Handle(), &traceId);
+    }
     if (r == 0 && traceId != 0) {
         char text[17];
         FormatTraceId(traceId, text);
@@ -86,11 +161,13 @@ int SinkProvider::GetConnectionStatus() {
 }
 
 int SinkProvider::RegisterEngineCallback(uint32_t type, void* callback) {
-    return handler_.PERIXRegisterCallback(meshHandle_, type, callback);
+    HandleUse mesh(*this);
+    return engine::Call(load_, load_.main.PERIXRegisterCallback, mesh.Handle(), type, callback);
 }
 
 int SinkProvider::SendByHandler(void* a, void* b, void* c) {
-    return handler_.PERIXPassThrough(meshHandle_, a, b, c);
+    HandleUse mesh(*this);
+    return engine::Call(load_, load_.main.PERIXPassThrough, mesh.Handle(), a, b, c);
 }
 
 }  // namespace OrbPerix

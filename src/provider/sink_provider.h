@@ -2,22 +2,26 @@
 // "Mesh provider", meshHandle) and forwards a few operations to the engine's main table with
 // that handle first. No per-device sessions, no listeners.
 //
-// REQUIRES: the host serialises the calls on one sink object; no operation takes a lock.
+// Threads: a host is expected to serialise the calls on one sink object, but a call racing
+// DeInit on another thread is safe: the Mesh handle is held for each engine call that passes it
+// and released only once no such call is in flight (by whichever of them ends last). The small
+// lock guarding that is never held while the engine runs.
 #ifndef ORBPERIX_SRC_PROVIDER_SINK_PROVIDER_H_
 #define ORBPERIX_SRC_PROVIDER_SINK_PROVIDER_H_
 
+#include <atomic>
 #include <cstdint>
 #include <mutex>
 
-#include "orbperix/engine_tables.h"
+#include "engine/engine_gate.h"
 #include "orbperix/providers.h"
 
 namespace OrbPerix {
 
 class SinkProvider : public ISinkProvider {
 public:
-    // Copies the engine's main table; meshHandle null, not initialised.
-    explicit SinkProvider(const OrbPERIXHandler& handler);
+    // Binds to `load`; meshHandle null, not initialised.
+    explicit SinkProvider(const EngineLoad& load);
     // Does not release meshHandle: a sink destroyed without DeInit leaves it to the engine.
     ~SinkProvider() override;
 
@@ -40,11 +44,17 @@ public:
     int SendByHandler(void* a, void* b, void* c) override;
 
 private:
-    OrbPERIXHandler handler_;
-    void* meshHandle_ = nullptr;
-    bool sinkInitialized_ = false;
-    // Kept for the provider's shape; the host serialises sink calls, so no operation locks it.
+    // The Mesh handle held for one engine call (null when there is none).
+    class HandleUse;
+    // Releases `handle` through PERIXReleaseServiceHandle (DeInit's release).
+    void ReleaseMesh(void* handle) noexcept;
+
+    const EngineLoad& load_;
+    std::atomic<bool> sinkInitialized_{false};
     std::mutex providerMutex_;
+    void* meshHandle_ = nullptr;    // GUARDED_BY(providerMutex_)
+    uint32_t meshUsers_ = 0;        // GUARDED_BY(providerMutex_): calls in flight with it
+    void* meshRetired_ = nullptr;   // GUARDED_BY(providerMutex_): released by the last user
 };
 
 // Writes `traceId` as lower-case hexadecimal without leading zeros but with at least two

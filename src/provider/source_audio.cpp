@@ -1,5 +1,6 @@
 // The source provider's audio channel: open, close, the per-buffer write path, pass-through
 // and the engine's audio deliveries.
+#include "engine/engine_gate.h"
 #include "log/log.h"
 #include "provider/source_provider.h"
 #include "provider/source_stream.h"
@@ -23,6 +24,7 @@ struct AudioChannel {
     using Record = AudioData;
     static constexpr auto kListener = &ProviderListener::onAudioData;
     static constexpr const char* kScope = "OrbPerix::SourceProvider::AudioNotify";
+    static constexpr const char* kEvent = "On AudioNotify";
     static constexpr const char* kNoListener = "On AudioNotify, Listen function is null";
     static constexpr const char* kNewFailed = "On AudioNotify, new dataExtend failed: , dataLen: ";
     static constexpr const char* kCopyFailed = "AudioNotify, copy data failed: ";
@@ -48,7 +50,7 @@ int SourceProvider::OpenAudio(ServiceInfo* service, AudioParam* audioParam) {
     }
     const PerixServiceId id = AudioServiceId(*service, ConvertAudioServiceType(service->serviceType));
     const AudioParam param = *audioParam;
-    const int r = audio_.AudioOpen(&id, &param);
+    const int r = engine::Call(load_, load_.audio.AudioOpen, &id, &param);
     if (r != 0) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "OpenAudio failed with ret=", r);
         return r;
@@ -63,7 +65,7 @@ int SourceProvider::CloseAudio(ServiceInfo* service) {
         return -2;
     }
     const PerixServiceId id = AudioServiceId(*service, ConvertAudioServiceType(service->serviceType));
-    const int r = audio_.AudioClose(&id);
+    const int r = engine::Call(load_, load_.audio.AudioClose, &id);
     if (r != 0) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "CloseAudio failed with ret=", r);
         return r;
@@ -79,12 +81,14 @@ void SourceProvider::AudioWriteStreamBuffer(ServiceInfo* service, uint8_t* data,
     const PerixServiceId id = AudioServiceId(*service, kAudioStreamEngineType);
     const PerixAudioBuffer buffer{data, length, 3, 0, 1, 0};
     // The engine's verdict on a single buffer is not reported: this is the streaming path.
-    audio_.AudioWriteStreamBuffer(&id, &buffer);
+    engine::Call(load_, load_.audio.AudioWriteStreamBuffer, &id, &buffer);
 }
 
-int SourceProvider::AudioPassThrough(void* a, void* b) { return audio_.AudioPassThrough(a, b); }
+int SourceProvider::AudioPassThrough(void* a, void* b) {
+    return engine::Call(load_, load_.audio.AudioPassThrough, a, b);
+}
 
-int SourceProvider::AudioNotify(const void* serviceId, const void* audioData) {
+int SourceProvider::AudioNotify(const void* serviceId, const void* audioData) noexcept {
     return DeliverStream<AudioChannel>(serviceId, audioData);
 }
 

@@ -1,33 +1,30 @@
 #include "provider/source_provider.h"
 
-#include <exception>
-
 #include "log/log.h"
 #include "platform/platform.h"
+#include "util/no_destructor.h"
 
 namespace OrbPerix {
 
-SessionStore& SourceKind::Sessions() noexcept {
-    static SessionStore sessions;
-    return sessions;
-}
+namespace {
+// Registered with the engine by address; the same records for every source provider, valid
+// for as long as the library is loaded.
+constexpr PerixStreamCallback kAudioCallback{&SourceProvider::AudioNotify};
+constexpr PerixStreamCallback kRefreshCallback{&SourceProvider::PartialRefreshNotify};
+}  // namespace
+
+SessionStore& SourceKind::Sessions() noexcept { return SourceState().sessions; }
 
 bool SourceKind::Initialized() noexcept {
     return SourceState().initialized.load(std::memory_order_relaxed);
 }
 
 SourceClassState& SourceState() noexcept {
-    static SourceClassState state;
-    return state;
+    static NoDestructor<SourceClassState> state;
+    return *state;
 }
 
-SourceProvider::SourceProvider(const OrbPERIXHandler& handler, const AudioHandlerSource& audio,
-                               const RefreshHandlerSource& refresh)
-    : ops_(handler),
-      audio_(audio),
-      refresh_(refresh),
-      audioCallback_{&SourceProvider::AudioNotify},
-      refreshCallback_{&SourceProvider::PartialRefreshNotify} {
+SourceProvider::SourceProvider(const EngineLoad& load) : ops_(load), load_(load) {
     SourceClassState& state = SourceState();
     state.initialized.store(false, std::memory_order_relaxed);
     state.clockFrequency.store(platform::PerformanceFrequency(), std::memory_order_relaxed);
@@ -48,27 +45,27 @@ void SourceProvider::TearDown() noexcept {
     if (!SourceState().initialized.exchange(false, std::memory_order_relaxed)) {
         return;
     }
-    try {
-        ops_.TearDownSessions();
-    } catch (const std::exception&) {
-        // Only the provider mutex can fail here (a system error); the sessions then stay for
-        // the next teardown rather than ending the process.
-    }
+    ops_.TearDownSessions();
 }
 
 int SourceProvider::RegisterPERIXListener(PERIXInfo* deviceInfo, ProviderListener* listener) {
+    return RegisterPERIXListener(deviceInfo, listener, HostRoute{});
+}
+
+int SourceProvider::RegisterPERIXListener(PERIXInfo* deviceInfo, ProviderListener* listener,
+                                          const HostRoute& route) {
     static const char* const kScope = "OrbPerix::SourceProvider::RegisterPERIXListener";
-    const int steps = ops_.RegisterPERIXListenerSteps(deviceInfo, listener);
+    const int steps = ops_.RegisterPERIXListenerSteps(deviceInfo, listener, route);
     if (steps != 0) {
         return steps;
     }
-    const int audio = audio_.RegisterCallback(&audioCallback_);
+    const int audio = engine::Call(load_, load_.audio.RegisterCallback, &kAudioCallback);
     if (audio != 0) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "Register audioHandler RegisterCallback failed: ",
                    audio);
         return audio;
     }
-    const int refresh = refresh_.RegisterCallback(&refreshCallback_);
+    const int refresh = engine::Call(load_, load_.refresh.RegisterCallback, &kRefreshCallback);
     if (refresh != 0) {
         log::Trace(LOG_MESSAGE_ERROR, kScope,
                    "Register partialRefreshHandler RegisterCallback failed: ", refresh);

@@ -29,17 +29,15 @@ namespace OrbPerix {
 struct SourceKind {
     static constexpr char kScopePrefix[] = "OrbPerix::SourceProvider::";
     static constexpr char kInitializeFirst[] = "Please initialize SourceProvider first";
-    // Process-wide; lives until the library is unloaded.
     static SessionStore& Sessions() noexcept;
     static bool Initialized() noexcept;
 };
 
 class SourceProvider : public ISourceProvider, public BaseProvider {
 public:
-    // Copies the three tables, clears the class-wide initialised flag and restarts the
-    // class-wide time base (frequency, then counter).
-    SourceProvider(const OrbPERIXHandler& handler, const AudioHandlerSource& audio,
-                   const RefreshHandlerSource& refresh);
+    // Binds to `load`, clears the class-wide initialised flag and restarts the class-wide
+    // time base (frequency, then counter).
+    explicit SourceProvider(const EngineLoad& load);
     // Tears down every source session when the kind is initialised; never throws.
     ~SourceProvider() override;
 
@@ -53,6 +51,9 @@ public:
     // Creates the session and handle, then registers the engine listener, the audio callback
     // and the refresh callback, stopping at the first failure (nothing is rolled back).
     int RegisterPERIXListener(PERIXInfo* deviceInfo, ProviderListener* listener) override;
+    // The same, keeping the C interface's listener in the session with `listener`'s entries.
+    int RegisterPERIXListener(PERIXInfo* deviceInfo, ProviderListener* listener,
+                              const HostRoute& route);
     int UnRegisterListener(PERIXInfo* deviceInfo) override;
     int RegisterDataListener(const std::string* deviceId, uint32_t type, void* callback) override;
     int UnRegisterDataListener(const std::string* deviceId, uint32_t type) override;
@@ -82,9 +83,10 @@ public:
     // Engine-thread callbacks of the audio and refresh channels. Each delivery reaches the
     // listener of the session named by the record's device id as one private heap copy, freed
     // when the listener returns. 0 after the listener ran; -13 no session, no listener or no
-    // memory; 22/34 a failed copy; -2 a null engine record.
-    static int AudioNotify(const void* serviceId, const void* audioData);
-    static int PartialRefreshNotify(const void* serviceId, const void* refreshData);
+    // memory; 22/34 a failed copy; -2 a null or malformed engine record; -13 also when the
+    // listener threw.
+    static int AudioNotify(const void* serviceId, const void* audioData) noexcept;
+    static int PartialRefreshNotify(const void* serviceId, const void* refreshData) noexcept;
 
     // Milliseconds since the kind's time base at the last accepted refresh write.
     uint32_t LastWriteTimeMs() const noexcept {
@@ -94,19 +96,16 @@ public:
 private:
     void TearDown() noexcept;
 
-    SessionOps<SourceKind> ops_;  // main table copy, engine listener, provider mutex, handle
-    const AudioHandlerSource audio_;
-    const RefreshHandlerSource refresh_;
-    // Constant for the provider's life, so that a registration on one host thread never
-    // writes what the engine may be reading for another.
-    const PerixStreamCallback audioCallback_;
-    const PerixStreamCallback refreshCallback_;
+    SessionOps<SourceKind> ops_;  // the engine load, provider mutex, last handle
+    const EngineLoad& load_;      // audio and refresh tables are called through it
     std::atomic<uint32_t> lastWriteTimeMs_{0};
 };
 
-// The source kind's class-wide flag and time base (relaxed atomics: providers are created,
-// initialised and written to from different host threads).
+// The source kind's class-wide sessions, flag and time base, in a never-destroyed holder
+// (SourceState): engine threads and providers destroyed late at exit may still use them.
+// Relaxed atomics: providers are created, initialised and written to from different threads.
 struct SourceClassState {
+    SessionStore sessions;
     std::atomic<bool> initialized{false};
     std::atomic<int64_t> clockStart{0};
     std::atomic<int64_t> clockFrequency{1};

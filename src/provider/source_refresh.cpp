@@ -1,5 +1,6 @@
 // The source provider's partial-refresh channel (service type 11): open, close, the write path
 // with its recorded write time, and the engine's partial-refresh deliveries.
+#include "engine/engine_gate.h"
 #include "log/log.h"
 #include "platform/platform.h"
 #include "provider/source_provider.h"
@@ -23,6 +24,7 @@ struct RefreshChannel {
     using Record = PartialRefreshData;
     static constexpr auto kListener = &ProviderListener::onPartialRefreshData;
     static constexpr const char* kScope = "OrbPerix::SourceProvider::PartialRefreshNotify";
+    static constexpr const char* kEvent = "On PartialRefreshNotify";
     static constexpr const char* kNoListener = "On PartialRefreshNotify, Listen function is null";
     static constexpr const char* kNewFailed =
         "On PartialRefreshNotify, new dataExtend failed: , dataLen: ";
@@ -39,7 +41,8 @@ struct RefreshChannel {
 };
 
 // Open and close differ only in the engine entry and their texts.
-int OpenOrClose(int (*entry)(const PerixServiceId*, void*, void*), ServiceInfo* service,
+int OpenOrClose(const EngineLoad& load, int (*entry)(const PerixServiceId*, void*, void*),
+                ServiceInfo* service,
                 const char* scope, const char* nullMessage, const char* typeMessage,
                 const char* failedMessage) {
     if (service == nullptr) {
@@ -51,7 +54,7 @@ int OpenOrClose(int (*entry)(const PerixServiceId*, void*, void*), ServiceInfo* 
         return -2;
     }
     const PerixServiceId id = RefreshServiceId(*service);
-    const int r = entry(&id, nullptr, nullptr);
+    const int r = engine::Call(load, entry, &id, static_cast<void*>(nullptr), static_cast<void*>(nullptr));
     if (r != 0) {
         log::Trace(LOG_MESSAGE_ERROR, scope, failedMessage, r);
         return r;
@@ -62,7 +65,7 @@ int OpenOrClose(int (*entry)(const PerixServiceId*, void*, void*), ServiceInfo* 
 }  // namespace
 
 int SourceProvider::OpenPartialRefresh(ServiceInfo* service) {
-    return OpenOrClose(refresh_.PartialRefreshOpen, service,
+    return OpenOrClose(load_, load_.refresh.PartialRefreshOpen, service,
                        "OrbPerix::SourceProvider::OpenPartialRefresh",
                        "OpenPartialRefresh service is null",
                        "OpenPartialRefresh failed, type Invalid: ",
@@ -70,7 +73,7 @@ int SourceProvider::OpenPartialRefresh(ServiceInfo* service) {
 }
 
 int SourceProvider::ClosePartialRefresh(ServiceInfo* service) {
-    return OpenOrClose(refresh_.PartialRefreshClose, service,
+    return OpenOrClose(load_, load_.refresh.PartialRefreshClose, service,
                        "OrbPerix::SourceProvider::ClosePartialRefresh",
                        "ClosePartialRefresh service is null",
                        "ClosePartialRefresh failed, type Invalid: ",
@@ -94,7 +97,7 @@ int SourceProvider::PartialRefreshWriteStreamBuffer(ServiceInfo* service, uint8_
 
     const PerixServiceId id = RefreshServiceId(*service);
     const PerixDataBuffer buffer{data, static_cast<uint32_t>(length)};
-    const int r = refresh_.PartialRefreshWriteStreamBuffer(&id, &buffer);
+    const int r = engine::Call(load_, load_.refresh.PartialRefreshWriteStreamBuffer, &id, &buffer);
     if (r != 0) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "PartialRefreshWriteStreamBuffer failed with ret=", r);
         return r;
@@ -102,7 +105,7 @@ int SourceProvider::PartialRefreshWriteStreamBuffer(ServiceInfo* service, uint8_
     return 0;
 }
 
-int SourceProvider::PartialRefreshNotify(const void* serviceId, const void* refreshData) {
+int SourceProvider::PartialRefreshNotify(const void* serviceId, const void* refreshData) noexcept {
     return DeliverStream<RefreshChannel>(serviceId, refreshData);
 }
 

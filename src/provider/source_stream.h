@@ -4,7 +4,7 @@
 //   static constexpr auto kListener;                 its ProviderListener entry
 //   static uint32_t HostServiceType(uint32_t engineType);
 //   static void Fill(Record&, a, b, length, data);   where the length and pointer go
-//   kScope, kNoListener, kNewFailed, kCopyFailed;    its log scope and messages
+//   kScope, kEvent, kNoListener, kNewFailed, kCopyFailed;  its log scope and messages
 //
 // Runs on an engine thread. The session store's lock is held only to copy the listener out;
 // the listener runs with no lock of this library held.
@@ -15,24 +15,26 @@
 #include <string>
 #include <string_view>
 
+#include "engine/engine_gate.h"
 #include "log/log.h"
+#include "provider/delivery.h"
 #include "orbperix/engine_tables.h"
 #include "platform/platform.h"
 #include "provider/source_provider.h"
 
 namespace OrbPerix {
 
-// The engine's text: pointer and length; a null pointer reads as empty.
-inline std::string_view EngineText(const char* text, uint32_t length) noexcept {
-    return text != nullptr ? std::string_view(text, length) : std::string_view();
-}
-
 template <typename Channel>
 int DeliverStream(const void* serviceIdRecord, const void* dataRecord) noexcept {
+    engine::CallbackScope inCallback;
     const auto* id = static_cast<const PerixServiceId*>(serviceIdRecord);
     const auto* notify = static_cast<const PerixStreamNotify*>(dataRecord);
     if (id == nullptr || notify == nullptr) {
-        return -2;
+        return kMalformedRecord;
+    }
+    if (!CheckEngineText(Channel::kScope, Channel::kEvent, "deviceId", id->deviceId,
+                         id->deviceIdLen)) {
+        return kMalformedRecord;
     }
     const std::string_view deviceId = EngineText(id->deviceId, id->deviceIdLen);
     SessionFacts facts;
@@ -41,15 +43,21 @@ int DeliverStream(const void* serviceIdRecord, const void* dataRecord) noexcept 
         log::Trace(LOG_MESSAGE_ERROR, Channel::kScope, Channel::kNoListener);
         return -13;
     }
+    // The host is promised a null data pointer exactly when the length is 0.
+    if (!CheckEngineText(Channel::kScope, Channel::kEvent, "serviceId", id->serviceId,
+                         id->serviceIdLen) ||
+        !CheckEngineBytes(Channel::kScope, Channel::kEvent, "data", notify->data,
+                          notify->dataLen, kMaxEnginePayloadLength)) {
+        return kMalformedRecord;
+    }
+    uint8_t* copy = nullptr;
     try {
         ServiceInfo service{std::string(deviceId),
                             std::string(EngineText(id->serviceId, id->serviceIdLen)),
                             Channel::HostServiceType(id->serviceType)};
         typename Channel::Record record{};
-        uint8_t* copy = nullptr;
-        uint32_t length = 0;
-        if (notify->dataLen != 0 && notify->data != nullptr) {
-            length = notify->dataLen;
+        const uint32_t length = notify->dataLen;
+        if (length != 0) {
             copy = new (std::nothrow) uint8_t[length];
             if (copy == nullptr) {
                 log::Trace(LOG_MESSAGE_ERROR, Channel::kScope, Channel::kNewFailed, length);
@@ -63,16 +71,16 @@ int DeliverStream(const void* serviceIdRecord, const void* dataRecord) noexcept 
             }
         }
         Channel::Fill(record, notify->a, notify->b, length, copy);
-        // The listener's result is not ours to interpret. A listener that throws is the
-        // host's fault; the copy is still freed and nothing escapes to the engine.
-        try {
+        // The listener's result is not ours to interpret; what it throws stays here.
+        const bool delivered = CallListener(Channel::kScope, Channel::kEvent, facts.route, [&] {
             (facts.listener.*Channel::kListener)(&service, &record);
-        } catch (...) {
-        }
+        });
         delete[] copy;
-        return 0;
+        return delivered ? 0 : kListenerFailed;
     } catch (const std::bad_alloc&) {
         // The device or service id could not be copied for the listener.
+        delete[] copy;
+        LogNoMemory(Channel::kScope, Channel::kEvent);
         return -13;
     }
 }

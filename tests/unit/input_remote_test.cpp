@@ -4,8 +4,7 @@
 #include "provider/input_provider.h"
 
 // The simulated engine's getters, called directly to build a provider without the manager.
-extern "C" int PERIXGetOrbPERIXHandler(OrbPERIXHandler* table);
-extern "C" int PERIXGetButtonHandlerSource(ButtonHandlerSource* table);
+#include "provider_tables.h"
 
 namespace {
 
@@ -132,11 +131,7 @@ public:
 };
 
 TEST_F(InputRemote, PostingWritesThroughTheVirtualWriteSlot) {
-    OrbPERIXHandler main{};
-    ButtonHandlerSource button{};
-    ASSERT_EQ(0, PERIXGetOrbPERIXHandler(&main));
-    ASSERT_EQ(0, PERIXGetButtonHandlerSource(&button));
-    CapturingProvider capturing(main, button);
+    CapturingProvider capturing(LiveEngineLoad());
     ASSERT_EQ(0, capturing.Init());
     PERIXInfo info = MakeInfo("peer-a");
     ASSERT_EQ(0, capturing.RegisterPERIXListener(&info, &listener));

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "engine_fixture.h"
-#include "manager/engine_fallbacks.h"
+#include "engine/engine_gate.h"
 #include "provider/sink_provider.h"
 #include "provider_tables.h"
 
@@ -23,7 +23,7 @@ class SinkProviderTest : public EngineTest {
 protected:
     void SetUp() override {
         EngineTest::SetUp();
-        sink = std::make_shared<OrbPerix::SinkProvider>(FetchEngineTables().main);
+        sink = std::make_shared<OrbPerix::SinkProvider>(LiveEngineLoad());
         info = PERIXInfo{};
         std::snprintf(info.peerDeviceId, sizeof(info.peerDeviceId), "%s", "peer-sink");
         info.serverPort = 7000;
@@ -190,7 +190,7 @@ public:
 };
 
 TEST_F(SinkProviderTest, ConnectAsksTheObjectsOwnCreateMeshProvider) {
-    RefusingSink refusing(FetchEngineTables().main);
+    RefusingSink refusing(LiveEngineLoad());
     EXPECT_EQ(-13, refusing.ConnectDevice(&info));
     EXPECT_TRUE(EngineCallNames().empty());
     EXPECT_EQ(OneLine(4, Scoped("PERIXCreateServiceHandle fail",
@@ -200,7 +200,7 @@ TEST_F(SinkProviderTest, ConnectAsksTheObjectsOwnCreateMeshProvider) {
 
 TEST_F(SinkProviderTest, ASinkWithoutEngineEntriesReportsMinus13InsteadOfCrashing) {
     // What the registry hands a sink created before the engine was bound.
-    OrbPerix::SinkProvider unbound(OrbPerix::WithFallbacks(OrbPERIXHandler{}));
+    OrbPerix::SinkProvider unbound(OrbPerix::engine::NoEngine());
     EXPECT_EQ(-13, unbound.ConnectDevice(&info));
     EXPECT_EQ(-13, unbound.GetConnectionStatus());
     EXPECT_EQ(-13, unbound.RegisterEngineCallback(1, nullptr));

@@ -122,8 +122,7 @@ TEST_F(SourceRefresh, WritesRefuseNothingToWriteButPassNegativeLengthsAndAnyType
 }
 
 TEST_F(SourceRefresh, WriteTimeCountsFromConstructionAndOnlyForAcceptedWrites) {
-    const EngineTableSet tables = FetchEngineTables();
-    OrbPerix::SourceProvider provider(tables.main, tables.audio, tables.refresh);
+    OrbPerix::SourceProvider provider(LiveEngineLoad());
     ServiceInfo service{"p", "s", 11};
     uint8_t byte = 0;
     EXPECT_EQ(0u, provider.LastWriteTimeMs());

@@ -1,0 +1,167 @@
+#include "engine/engine_gate.h"
+
+#include <atomic>
+#include <new>
+
+#include <cstdlib>
+#include <thread>
+
+#include "platform/platform.h"
+
+namespace OrbPerix {
+namespace engine {
+namespace {
+
+constexpr uint32_t kShards = 32;
+constexpr uint32_t kNoShard = 0xFFFFFFFFu;
+
+// One counter of calls in flight per shard, each on a cache line of its own. A thread takes a
+// shard once (round robin) and keeps it, so two threads share a line only when more threads
+// than shards call the engine at once.
+struct alignas(64) Shard {
+    std::atomic<uint32_t> inFlight{0};
+};
+
+// Constant-initialised and trivially destructible: valid from load to unload of the library.
+Shard g_shards[kShards];
+std::atomic<uint32_t> g_nextShard{0};
+// The generation of the live load; 0 while the gate is closed.
+std::atomic<uint64_t> g_liveGeneration{0};
+std::atomic<uint64_t> g_lastGeneration{0};
+std::atomic<const EngineLoad*> g_current{nullptr};
+
+// Trivially destructible, so no thread-exit work is registered for it.
+struct ThreadState {
+    uint32_t shard;
+    uint32_t depth;      // calls of this thread inside the engine (nested through callbacks)
+    uint32_t callbacks;  // engine callbacks this thread is running
+};
+thread_local ThreadState t_state{kNoShard, 0, 0};
+
+// Loads live as long as the process: a provider may hold one long after Finalize. Each one is
+// linked here so that leak checkers see it as reachable.
+struct LoadNode {
+    EngineLoad load;
+    LoadNode* next;
+};
+std::atomic<LoadNode*> g_loads{nullptr};
+
+LoadNode* g_reserved = nullptr;  // the next load's record; host thread (Initialize) only
+int g_exitHooks = 0;             // exit handlers registered so far; host thread only
+
+const EngineLoad kNoEngine{};
+
+// At process exit the engine stays loaded, but its own exit-time teardown may run before the
+// process ends while a heartbeat or engine thread of ours still runs: no call may start then.
+void CloseAtExit() { CloseForExit(); }
+
+}  // namespace
+
+const EngineLoad& NoEngine() noexcept { return kNoEngine; }
+
+const EngineLoad& Current() noexcept {
+    const EngineLoad* current = g_current.load(std::memory_order_acquire);
+    return current != nullptr ? *current : kNoEngine;
+}
+
+bool IsLive(const EngineLoad& load) noexcept {
+    return load.generation != 0 &&
+           g_liveGeneration.load(std::memory_order_acquire) == load.generation;
+}
+
+bool Reserve() noexcept {
+    if (g_reserved == nullptr) {
+        g_reserved = new (std::nothrow) LoadNode();
+    }
+    return g_reserved != nullptr;
+}
+
+const EngineLoad& Publish(const OrbPERIXHandler& main, const ButtonHandlerSource& button,
+                          const AudioHandlerSource& audio,
+                          const RefreshHandlerSource& refresh) noexcept {
+    LoadNode* node = g_reserved;
+    g_reserved = nullptr;
+    node->load.main = main;
+    node->load.button = button;
+    node->load.audio = audio;
+    node->load.refresh = refresh;
+    node->load.generation = g_lastGeneration.fetch_add(1, std::memory_order_relaxed) + 1;
+    node->next = g_loads.load(std::memory_order_relaxed);
+    g_loads.store(node, std::memory_order_release);
+    g_current.store(&node->load, std::memory_order_release);
+    g_liveGeneration.store(node->load.generation, std::memory_order_seq_cst);
+    // Registered after the engine module was loaded, so it runs before the module's own exit
+    // handlers. The C library promises room for 32; later loads share the earlier handlers.
+    if (g_exitHooks < 32 && std::atexit(&CloseAtExit) == 0) {
+        ++g_exitHooks;
+    }
+    return node->load;
+}
+
+bool Enter(const EngineLoad& load) noexcept {
+    // Cheap refusal first: a closed gate or a dead load costs one read.
+    if (load.generation == 0 ||
+        g_liveGeneration.load(std::memory_order_relaxed) != load.generation) {
+        return false;
+    }
+    ThreadState& self = t_state;
+    if (self.shard == kNoShard) {
+        self.shard = g_nextShard.fetch_add(1, std::memory_order_relaxed) % kShards;
+    }
+    Shard& shard = g_shards[self.shard];
+    // Counted in before the generation is read again (both sequentially consistent): either
+    // Close sees this count, or this thread sees the closed gate.
+    shard.inFlight.fetch_add(1, std::memory_order_seq_cst);
+    if (g_liveGeneration.load(std::memory_order_seq_cst) != load.generation) {
+        shard.inFlight.fetch_sub(1, std::memory_order_release);
+        return false;
+    }
+    ++self.depth;
+    return true;
+}
+
+void Leave() noexcept {
+    ThreadState& self = t_state;
+    --self.depth;
+    g_shards[self.shard].inFlight.fetch_sub(1, std::memory_order_release);
+}
+
+bool CloseAndDrain(uint32_t timeoutMs) noexcept {
+    g_liveGeneration.store(0, std::memory_order_seq_cst);
+    g_current.store(nullptr, std::memory_order_release);
+    if (t_state.depth != 0 || t_state.callbacks != 0) {
+        return false;
+    }
+    const int64_t frequency = platform::PerformanceFrequency();
+    const int64_t start = platform::PerformanceCounter();
+    for (uint32_t round = 0;; ++round) {
+        uint64_t inFlight = 0;
+        for (const Shard& shard : g_shards) {
+            inFlight += shard.inFlight.load(std::memory_order_seq_cst);
+        }
+        if (inFlight == 0) {
+            return true;
+        }
+        const int64_t elapsedMs = (platform::PerformanceCounter() - start) * 1000 / frequency;
+        if (elapsedMs >= static_cast<int64_t>(timeoutMs)) {
+            return false;
+        }
+        // A call in flight is usually short: yield a few times before sleeping.
+        if (round < 64) {
+            std::this_thread::yield();
+        } else {
+            platform::SleepMilliseconds(1);
+        }
+    }
+}
+
+CallbackScope::CallbackScope() noexcept { ++t_state.callbacks; }
+CallbackScope::~CallbackScope() { --t_state.callbacks; }
+
+void CloseForExit() noexcept {
+    g_liveGeneration.store(0, std::memory_order_seq_cst);
+    g_current.store(nullptr, std::memory_order_release);
+}
+
+}  // namespace engine
+}  // namespace OrbPerix

@@ -1,0 +1,126 @@
+// The one gate through which every call into the PERIX engine passes.
+//
+// Each successful Initialize publishes an EngineLoad: the four tables as the engine filled
+// them, stamped with a generation number. Providers, sessions and the input kind's button
+// channel keep a pointer to the load they were created under (loads are never freed, so the
+// pointer stays valid for the life of the process). A call through a load's tables is let
+// through only while that load is the live one; Finalize closes the gate, waits for the calls
+// already inside the engine, and only then releases and unloads the engine. A call through the
+// tables of a finalised load, or through the empty "no engine" load that providers created
+// before Initialize hold, returns -13 (a null handle for PERIXCreateServiceHandle) and never
+// jumps into the engine.
+//
+// Cost on the hot path: one read of the live generation, and an increment and decrement of a
+// per-thread in-flight counter (sharded, one cache line per shard), so posting threads never
+// write a cache line that another thread writes.
+//
+// Threads: Enter/Leave (through EngineCall or EnginePass) from any thread; Publish, Close and
+// Current from the host thread that runs Initialize/Finalize/provider creation.
+#ifndef ORBPERIX_SRC_ENGINE_ENGINE_GATE_H_
+#define ORBPERIX_SRC_ENGINE_ENGINE_GATE_H_
+
+#include <cstdint>
+#include <type_traits>
+#include <utility>
+
+#include "orbperix/engine_tables.h"
+
+namespace OrbPerix {
+
+// The result the engine "gives" when it is not there.
+constexpr int kEngineNotAvailable = -13;
+
+// The tables of one engine load. Immutable once published; never freed.
+struct EngineLoad {
+    OrbPERIXHandler main;
+    ButtonHandlerSource button;
+    AudioHandlerSource audio;
+    RefreshHandlerSource refresh;
+    uint64_t generation;  // 0: no engine
+};
+
+namespace engine {
+
+// The load of "no engine": every call through it returns -13.
+const EngineLoad& NoEngine() noexcept;
+// The load that providers created now are bound to: the live one, or NoEngine.
+const EngineLoad& Current() noexcept;
+// Whether calls through `load` are let through now.
+bool IsLive(const EngineLoad& load) noexcept;
+
+// Allocates the record of the next load ahead of time (Initialize, before it touches the
+// engine), so that publishing cannot fail once the engine is initialised. False without memory.
+bool Reserve() noexcept;
+// Publishes a new live load with copies of the four tables (Initialize, on success).
+// REQUIRES: a successful Reserve since the last Publish.
+const EngineLoad& Publish(const OrbPERIXHandler& main, const ButtonHandlerSource& button,
+                          const AudioHandlerSource& audio,
+                          const RefreshHandlerSource& refresh) noexcept;
+
+// Closes the gate for the live load and waits until no call is inside the engine any more.
+// False, without waiting, when the calling thread is itself inside the engine or inside one of
+// its callbacks (the engine's frames are below it on the stack), and false when calls are still
+// in flight after `timeoutMs`: in both cases the engine must stay mapped.
+bool CloseAndDrain(uint32_t timeoutMs) noexcept;
+// Closes the gate without waiting (process exit: other threads may be gone or frozen).
+void CloseForExit() noexcept;
+
+// Low level: counts this thread in before a call through `load`; false (and nothing counted)
+// when the load is not live. Every true must be matched by Leave on the same thread.
+bool Enter(const EngineLoad& load) noexcept;
+void Leave() noexcept;
+
+// Marks the calling thread as running inside an engine callback for its lifetime (every entry
+// point the engine calls opens one), so that a Finalize made from a host listener on that
+// thread does not unload the engine under its own caller.
+class CallbackScope {
+public:
+    CallbackScope() noexcept;
+    ~CallbackScope();
+    CallbackScope(const CallbackScope&) = delete;
+    CallbackScope& operator=(const CallbackScope&) = delete;
+};
+
+// RAII form of Enter/Leave, for a caller that makes several engine calls or must know whether
+// the engine was reached.
+class EnginePass {
+public:
+    explicit EnginePass(const EngineLoad& load) noexcept : entered_(Enter(load)) {}
+    ~EnginePass() {
+        if (entered_) {
+            Leave();
+        }
+    }
+    EnginePass(const EnginePass&) = delete;
+    EnginePass& operator=(const EnginePass&) = delete;
+    explicit operator bool() const noexcept { return entered_; }
+
+private:
+    const bool entered_;
+};
+
+template <typename Result>
+constexpr Result NotAvailable() noexcept {
+    if constexpr (std::is_pointer<Result>::value) {
+        return nullptr;
+    } else {
+        return static_cast<Result>(kEngineNotAvailable);
+    }
+}
+
+// Calls `entry` (a slot of one of `load`'s tables) through the gate: -13 (or a null handle)
+// when the load is not live or the engine left the slot empty.
+template <typename Result, typename... Params, typename... Args>
+Result Call(const EngineLoad& load, Result (*entry)(Params...), Args&&... args) noexcept {
+    if (entry == nullptr || !Enter(load)) {
+        return NotAvailable<Result>();
+    }
+    Result result = entry(std::forward<Args>(args)...);
+    Leave();
+    return result;
+}
+
+}  // namespace engine
+}  // namespace OrbPerix
+
+#endif  // ORBPERIX_SRC_ENGINE_ENGINE_GATE_H_
