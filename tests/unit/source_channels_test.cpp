@@ -161,7 +161,9 @@ TEST_F(SourceNotify, DeliveriesWithoutASessionOrListenerAreMinus13) {
     EXPECT_TRUE(streams().Audio().empty());
 }
 
-TEST_F(SourceNotify, NullDataOrLengthZeroReachTheListenerEmpty) {
+// Length 0 reaches the listener as (0, null); a null buffer that claims a length is a corrupt
+// record: refused with one line, never shown to the host as (length, null).
+TEST_F(SourceNotify, LengthZeroReachesTheListenerEmptyAndNullDataWithALengthIsRefused) {
     PERIXInfo info = MakeInfo("peer-z");
     ConnectPeer(info);
     const std::string device = "peer-z";
@@ -169,20 +171,21 @@ TEST_F(SourceNotify, NullDataOrLengthZeroReachTheListenerEmpty) {
     uint8_t bytes[3] = {1, 2, 3};
     PerixStreamNotify nullData{5, 6, 0, 3, nullptr};
     PerixStreamNotify zero{5, 6, 0, 0, bytes};
-    EXPECT_EQ(0, perix_sim_fire_audio(&id, &nullData));
+    EXPECT_EQ(-2, perix_sim_fire_audio(&id, &nullData));
     EXPECT_EQ(0, perix_sim_fire_audio(&id, &zero));
-    EXPECT_EQ(0, perix_sim_fire_refresh(&id, &nullData));
+    EXPECT_EQ(-2, perix_sim_fire_refresh(&id, &nullData));
     EXPECT_EQ(0, perix_sim_fire_refresh(&id, &zero));
     for (const auto& list : {streams().Audio(), streams().Refresh()}) {
-        ASSERT_EQ(2u, list.size());
-        for (const Delivery& d : list) {
-            EXPECT_EQ(0u, d.dataLen);
-            EXPECT_EQ(nullptr, d.pointer);
-            EXPECT_EQ(5u, d.a);
-        }
+        ASSERT_EQ(1u, list.size());
+        EXPECT_EQ(0u, list[0].dataLen);
+        EXPECT_EQ(nullptr, list[0].pointer);
+        EXPECT_EQ(5u, list[0].a);
     }
     EXPECT_EQ(3u, streams().Audio()[0].serviceType) << "engine type 0 converted";
-    EXPECT_TRUE(TraceLines().empty());
+    EXPECT_EQ(1, CountTraceLines("On AudioNotify, malformed record: data is null but its length "
+                                 "is 3(OrbPerix::SourceProvider::AudioNotify)"));
+    EXPECT_EQ(1, CountTraceLines("On PartialRefreshNotify, malformed record: data is null but its "
+                                 "length is 3(OrbPerix::SourceProvider::PartialRefreshNotify)"));
 }
 
 TEST_F(SourceNotify, UnknownEngineTypesAreConvertedToTheDefaultAndStillDelivered) {
