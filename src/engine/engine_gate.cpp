@@ -30,13 +30,25 @@ std::atomic<uint64_t> g_liveGeneration{0};
 std::atomic<uint64_t> g_lastGeneration{0};
 std::atomic<const EngineLoad*> g_current{nullptr};
 
+// Slots of their own for the first threads that call the engine: a thread announces a call
+// with a plain store to its slot, and Close pays for the ordering with a heavy barrier. Slots
+// are not recycled (threads leave no trace at exit); threads beyond them use the shards.
+constexpr uint32_t kOwnSlots = 256;
+Shard g_ownSlots[kOwnSlots];
+std::atomic<uint32_t> g_ownSlotsClaimed{0};
+// Decided once, before the first load goes live: whether the heavy barrier is available.
+bool g_lightPath = false;
+bool g_lightPathDecided = false;
+
 // Trivially destructible, so no thread-exit work is registered for it.
 struct ThreadState {
+    Shard* own;      // this thread's own slot (light path), or null
+    bool ownTried;   // a slot was asked for already
     uint32_t shard;
     uint32_t depth;      // calls of this thread inside the engine (nested through callbacks)
     uint32_t callbacks;  // engine callbacks this thread is running
 };
-thread_local ThreadState t_state{kNoShard, 0, 0};
+thread_local ThreadState t_state{nullptr, false, kNoShard, 0, 0};
 
 // Loads live as long as the process: a provider may hold one long after Finalize. Each one is
 // linked here so that leak checkers see it as reachable.
@@ -79,6 +91,10 @@ bool Reserve() noexcept {
 const EngineLoad& Publish(const OrbPERIXHandler& main, const ButtonHandlerSource& button,
                           const AudioHandlerSource& audio,
                           const RefreshHandlerSource& refresh) noexcept {
+    if (!g_lightPathDecided) {
+        g_lightPath = platform::PrepareHeavyBarrier();
+        g_lightPathDecided = true;
+    }
     LoadNode* node = g_reserved;
     g_reserved = nullptr;
     node->load.main = main;
@@ -98,6 +114,19 @@ const EngineLoad& Publish(const OrbPERIXHandler& main, const ButtonHandlerSource
     return node->load;
 }
 
+namespace {
+
+Shard* OwnSlot(ThreadState& self) noexcept {
+    if (!self.ownTried) {
+        self.ownTried = true;
+        const uint32_t index = g_ownSlotsClaimed.fetch_add(1, std::memory_order_relaxed);
+        self.own = index < kOwnSlots ? &g_ownSlots[index] : nullptr;
+    }
+    return self.own;
+}
+
+}  // namespace
+
 bool Enter(const EngineLoad& load) noexcept {
     // Cheap refusal first: a closed gate or a dead load costs one read.
     if (load.generation == 0 ||
@@ -105,16 +134,30 @@ bool Enter(const EngineLoad& load) noexcept {
         return false;
     }
     ThreadState& self = t_state;
-    if (self.shard == kNoShard) {
-        self.shard = g_nextShard.fetch_add(1, std::memory_order_relaxed) % kShards;
-    }
-    Shard& shard = g_shards[self.shard];
-    // Counted in before the generation is read again (both sequentially consistent): either
-    // Close sees this count, or this thread sees the closed gate.
-    shard.inFlight.fetch_add(1, std::memory_order_seq_cst);
-    if (g_liveGeneration.load(std::memory_order_seq_cst) != load.generation) {
-        shard.inFlight.fetch_sub(1, std::memory_order_release);
-        return false;
+    Shard* own = g_lightPath ? OwnSlot(self) : nullptr;
+    if (own != nullptr) {
+        // Only this thread writes its slot: a plain store announces the call. Close's heavy
+        // barrier makes it visible before Close reads the slots, so either Close sees this
+        // count or this thread sees the closed gate below.
+        const uint32_t count = own->inFlight.load(std::memory_order_relaxed);
+        own->inFlight.store(count + 1, std::memory_order_relaxed);
+        std::atomic_signal_fence(std::memory_order_seq_cst);
+        if (g_liveGeneration.load(std::memory_order_relaxed) != load.generation) {
+            own->inFlight.store(count, std::memory_order_release);
+            return false;
+        }
+    } else {
+        if (self.shard == kNoShard) {
+            self.shard = g_nextShard.fetch_add(1, std::memory_order_relaxed) % kShards;
+        }
+        Shard& shard = g_shards[self.shard];
+        // Counted in before the generation is read again (both sequentially consistent):
+        // either Close sees this count, or this thread sees the closed gate.
+        shard.inFlight.fetch_add(1, std::memory_order_seq_cst);
+        if (g_liveGeneration.load(std::memory_order_seq_cst) != load.generation) {
+            shard.inFlight.fetch_sub(1, std::memory_order_release);
+            return false;
+        }
     }
     ++self.depth;
     return true;
@@ -123,7 +166,12 @@ bool Enter(const EngineLoad& load) noexcept {
 void Leave() noexcept {
     ThreadState& self = t_state;
     --self.depth;
-    g_shards[self.shard].inFlight.fetch_sub(1, std::memory_order_release);
+    if (self.own != nullptr) {
+        self.own->inFlight.store(self.own->inFlight.load(std::memory_order_relaxed) - 1,
+                                 std::memory_order_release);
+    } else {
+        g_shards[self.shard].inFlight.fetch_sub(1, std::memory_order_release);
+    }
 }
 
 bool CloseAndDrain(uint32_t timeoutMs) noexcept {
@@ -132,12 +180,19 @@ bool CloseAndDrain(uint32_t timeoutMs) noexcept {
     if (t_state.depth != 0 || t_state.callbacks != 0) {
         return false;
     }
+    if (g_lightPath) {
+        platform::HeavyBarrier();
+    }
     const int64_t frequency = platform::PerformanceFrequency();
     const int64_t start = platform::PerformanceCounter();
     for (uint32_t round = 0;; ++round) {
         uint64_t inFlight = 0;
         for (const Shard& shard : g_shards) {
             inFlight += shard.inFlight.load(std::memory_order_seq_cst);
+        }
+        const uint32_t claimed = g_ownSlotsClaimed.load(std::memory_order_acquire);
+        for (uint32_t i = 0; i < claimed && i < kOwnSlots; ++i) {
+            inFlight += g_ownSlots[i].inFlight.load(std::memory_order_acquire);
         }
         if (inFlight == 0) {
             return true;

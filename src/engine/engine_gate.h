@@ -10,9 +10,11 @@
 // before Initialize hold, returns -13 (a null handle for PERIXCreateServiceHandle) and never
 // jumps into the engine.
 //
-// Cost on the hot path: one read of the live generation, and an increment and decrement of a
-// per-thread in-flight counter (sharded, one cache line per shard), so posting threads never
-// write a cache line that another thread writes.
+// Cost on the hot path: two reads of the live generation and a plain store before and after
+// the call to a counter of the calling thread's own (its cache line written by no other
+// thread); Close pays for the ordering with an asymmetric barrier. Where the platform has no
+// such barrier (or past the first 256 threads) the counter is one of a few shards, changed
+// with locked instructions.
 //
 // Threads: Enter/Leave (through EngineCall or EnginePass) from any thread; Publish, Close and
 // Current from the host thread that runs Initialize/Finalize/provider creation.

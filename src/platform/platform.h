@@ -55,6 +55,14 @@ int64_t PerformanceFrequency();
 // them. Elsewhere exit handlers run with every thread alive, and this stays false.
 bool ProcessIsExiting() noexcept;
 
+// An asymmetric memory barrier: once HeavyBarrier returns, every other thread of the process
+// has executed a full memory barrier, so their earlier stores are visible to the caller. It
+// lets a hot path announce itself with a plain store (no locked instruction) while a rare
+// path (Finalize) pays for the ordering. PrepareHeavyBarrier is called once before first use;
+// false when the platform offers no such barrier (callers then order both sides themselves).
+bool PrepareHeavyBarrier() noexcept;
+void HeavyBarrier() noexcept;
+
 // Suspends the calling thread for about `milliseconds`.
 void SleepMilliseconds(uint32_t milliseconds);
 

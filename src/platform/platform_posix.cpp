@@ -1,5 +1,7 @@
 // Linux implementation of the platform layer.
 #include <dlfcn.h>
+#include <linux/membarrier.h>
+#include <sys/syscall.h>
 #include <limits.h>
 #include <time.h>
 #include <unistd.h>
@@ -104,6 +106,21 @@ int64_t PerformanceFrequency() {
 }
 
 bool ProcessIsExiting() noexcept { return false; }
+
+bool PrepareHeavyBarrier() noexcept {
+    // The expedited form interrupts only this process's running threads (microseconds); it
+    // must be registered once. Kernels or sandboxes without it make callers use locked
+    // instructions instead.
+    const long supported = syscall(__NR_membarrier, MEMBARRIER_CMD_QUERY, 0, 0);
+    if (supported < 0 || (supported & MEMBARRIER_CMD_PRIVATE_EXPEDITED) == 0) {
+        return false;
+    }
+    return syscall(__NR_membarrier, MEMBARRIER_CMD_REGISTER_PRIVATE_EXPEDITED, 0, 0) == 0;
+}
+
+void HeavyBarrier() noexcept {
+    syscall(__NR_membarrier, MEMBARRIER_CMD_PRIVATE_EXPEDITED, 0, 0);
+}
 
 void SleepMilliseconds(uint32_t milliseconds) {
     timespec delay{};

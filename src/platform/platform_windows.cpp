@@ -107,6 +107,11 @@ int64_t PerformanceFrequency() {
     return frequency.QuadPart;
 }
 
+// FlushProcessWriteBuffers would serve, but wine's is not known to order anything, and the
+// Windows build is tested under wine: callers use locked instructions on Windows.
+bool PrepareHeavyBarrier() noexcept { return false; }
+void HeavyBarrier() noexcept {}
+
 bool ProcessIsExiting() noexcept {
     // ntdll's own answer; looked up once (ntdll is always loaded, and never unloaded).
     using ShutdownInProgressFn = BOOLEAN(WINAPI*)(void);
