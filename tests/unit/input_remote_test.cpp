@@ -4,8 +4,6 @@
 #include "provider/input_provider.h"
 
 // The simulated engine's getters, called directly to build a provider without the manager.
-extern "C" int PERIXGetOrbPERIXHandler(OrbPERIXHandler* table);
-extern "C" int PERIXGetButtonHandlerSource(ButtonHandlerSource* table);
 
 namespace {
 
@@ -134,8 +132,7 @@ public:
 TEST_F(InputRemote, PostingWritesThroughTheVirtualWriteSlot) {
     OrbPERIXHandler main{};
     ButtonHandlerSource button{};
-    ASSERT_EQ(0, PERIXGetOrbPERIXHandler(&main));
-    ASSERT_EQ(0, PERIXGetButtonHandlerSource(&button));
+    perix_sim_core_tables(&main, &button, nullptr, nullptr);
     CapturingProvider capturing(main, button);
     ASSERT_EQ(0, capturing.Init());
     PERIXInfo info = MakeInfo("peer-a");

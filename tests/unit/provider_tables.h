@@ -1,5 +1,6 @@
-// Engine tables for tests that construct providers directly: taken from the simulated engine's
-// own getters (the same loaded copy that the manager binds), with the getter calls forgotten.
+// Engine tables for tests that construct providers directly: the simulated engine core's own
+// tables (the ones the engine module's slots forward to), so they stay valid whether or not the
+// manager has the module loaded.
 #ifndef ORBPERIX_TESTS_UNIT_PROVIDER_TABLES_H_
 #define ORBPERIX_TESTS_UNIT_PROVIDER_TABLES_H_
 
@@ -7,12 +8,6 @@
 
 #include "orbperix/engine_tables.h"
 #include "perix_sim.h"
-
-extern "C" {
-PERIX_SIM_API int PERIXGetOrbPERIXHandler(OrbPERIXHandler* table);
-PERIX_SIM_API int PERIXGetAudioHandlerSource(AudioHandlerSource* table);
-PERIX_SIM_API int PERIXGetRefreshHandlerSource(RefreshHandlerSource* table);
-}
 
 struct EngineTableSet {
     OrbPERIXHandler main{};
@@ -22,10 +17,7 @@ struct EngineTableSet {
 
 inline EngineTableSet FetchEngineTables() {
     EngineTableSet tables;
-    EXPECT_EQ(0, PERIXGetOrbPERIXHandler(&tables.main));
-    EXPECT_EQ(0, PERIXGetAudioHandlerSource(&tables.audio));
-    EXPECT_EQ(0, PERIXGetRefreshHandlerSource(&tables.refresh));
-    perix_sim_clear_calls();
+    perix_sim_core_tables(&tables.main, nullptr, &tables.audio, &tables.refresh);
     return tables;
 }
 
