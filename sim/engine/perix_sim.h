@@ -90,6 +90,17 @@ typedef struct perix_sim_call {
     uint32_t values[6];
 } perix_sim_call;
 
+/* A text or byte field of a malformed notification (perix_sim_peer_post_*_raw,
+ * perix_sim_deliver_*_raw). `bytes` bytes are copied from `data` into a block of exactly that
+ * size (nothing is read when `data` is null); the delivered record points at the copy, or is
+ * null when `data` is null, and carries `reported` as its length whatever it is: non-zero with
+ * null data, or far beyond `bytes`. The engine itself never reads past `bytes`. */
+typedef struct perix_sim_raw_field {
+    const void* data;
+    uint32_t bytes;
+    uint32_t reported;
+} perix_sim_raw_field;
+
 /* Back to a fresh engine: no calls, every result 0, no released handles, no callback records,
  * no hooks or delays, no violations, abort on violation. Handles still live stay live. */
 PERIX_SIM_API void perix_sim_reset(void);
