@@ -14,28 +14,15 @@
 #include "capi/handle_table.h"
 #include "orbperix/orbperix_c.h"
 #include "orbperix/providers.h"
-#include "platform/platform.h"
+#include "perix_sim_peer.h"
 
 namespace {
 
-using SetBareWriteFn = void (*)(int);
-
-// Switches the simulated engine's button write to "bare" (found by name: this binary does not
-// link the simulated engine, the library loads it).
+// Switches the simulated engine's button write to "bare" through the engine core's control
+// interface (the library loads the engine module, which forwards to the same core).
 bool SetBareWrite(int on) {
-    void* module = nullptr;
-    if (OrbPerix::platform::LoadModuleBesideExecutable(OrbPerix::platform::EngineModuleFileName(),
-                                                        &module) !=
-        OrbPerix::platform::LoadStep::kLoaded) {
-        return false;
-    }
-    auto fn = reinterpret_cast<SetBareWriteFn>(
-        OrbPerix::platform::FindSymbol(module, "perix_sim_peer_set_bare_write"));
-    if (fn != nullptr) {
-        fn(on);
-    }
-    OrbPerix::platform::UnloadModule(module);
-    return fn != nullptr;
+    perix_sim_peer_set_bare_write(on);
+    return true;
 }
 
 // One connected input session, opened through the C interface.

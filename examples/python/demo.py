@@ -22,6 +22,8 @@ import sys
 REPO = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 LIB_NAME = "OrbPerixProvider.dll" if os.name == "nt" else "libOrbPerixProvider.so"
 ENGINE_NAME = "liborbperix.dll" if os.name == "nt" else "liborbperix.so"
+# The simulated engine's core: its control functions (the engine module exports only getters).
+SIM_CORE_NAME = "libperixsim.dll" if os.name == "nt" else "libperixsim.so"
 RELAUNCHED = "ORBPERIX_DEMO_RELAUNCHED"
 
 
@@ -207,7 +209,7 @@ def main():
     run_beside_engine(os.path.dirname(lib_path))
     lib = C.CDLL(lib_path)
     bind(lib)
-    sim = C.CDLL(os.path.join(os.path.dirname(lib_path), ENGINE_NAME))  # the engine the library loads
+    sim = C.CDLL(os.path.join(os.path.dirname(lib_path), SIM_CORE_NAME))  # shared by the engine the library loads
     sim.perix_sim_reset()
     sim.perix_sim_set_auto_open(1)        # the peer reports the button channel open
 

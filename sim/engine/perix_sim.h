@@ -1,15 +1,36 @@
-/* Control interface of the simulated PERIX engine (liborbperix), built from this repository
- * so that tests, tools and the demo run OrbPerixProvider against an engine that records
- * every call.
+/* Control interface of the simulated PERIX engine, built from this repository so that tests,
+ * tools and the demo run OrbPerixProvider against an engine that records every call.
  *
- * The simulated engine exports the four getters of the real engine and fills every slot of
- * the four tables. Each slot call is recorded with its arguments, in order. Results of slots
- * and getters are settable. The engine's callbacks (listeners, button, audio, refresh) can be
- * fired on the calling thread.
+ * The engine is two libraries. The module that OrbPerixProvider loads from the executable's
+ * folder (liborbperix, as the real engine is named) exports the four getters and nothing else;
+ * every slot it hands out is a trampoline of its own, so it holds no state and the library's
+ * unload really unmaps it. The core (libperixsim) holds all the state and exports this
+ * interface; programs link it, the module imports it.
  *
- * All functions are safe to call from any thread. A program that links the simulated engine
- * shares its state with the copy that OrbPerixProvider loads from the executable's directory
- * (the same file is loaded once). */
+ * Each slot call is recorded with its arguments, in order. Results of slots and getters are
+ * settable. The engine's callbacks (listeners, button, audio, refresh) can be fired on the
+ * calling thread.
+ *
+ * The engine is strict, as a real closed engine is, so that faults of the library show:
+ * - Service handles are heap blocks. PERIXReleaseServiceHandle(handle, NULL, arg) releases one:
+ *   the block is poisoned and kept in a quarantine (its address is not reused until
+ *   perix_sim_reset). Any later slot call with that handle, a second release, or a call with a
+ *   non-null handle that was never issued, is a VIOLATION. A null handle is not one.
+ *   PERIXReleaseServiceHandle(handle, deviceInfo, arg) with a non-null second argument is the
+ *   sink provider's "disconnect this device from the mesh handle": recorded, and the handle
+ *   stays live.
+ * - A violation prints one line "perix_sim: STRICT ENGINE VIOLATION: ..." to stderr, is
+ *   counted, and aborts the process unless perix_sim_set_abort_on_violation(0).
+ * - Callback records are kept by address, as registered (PERIXRegisterListener per handle, the
+ *   three RegisterCallback slots once each), and read at fire time. They stay stored after the
+ *   handle is released, after PERIXUnRegisterListener and after the module is unloaded, until
+ *   perix_sim_reset, so a notification can be fired at any time (firing for a released handle
+ *   is the engine calling late, not a violation).
+ * - The releasing PERIXReleaseServiceHandle waits until no listener callback for that handle
+ *   runs on another thread (fired through perix_sim_fire_*); waiting more than 10 s is a
+ *   "release deadlock" violation.
+ *
+ * All functions are safe to call from any thread. */
 #ifndef PERIX_SIM_H_
 #define PERIX_SIM_H_
 
@@ -69,7 +90,19 @@ typedef struct perix_sim_call {
     uint32_t values[6];
 } perix_sim_call;
 
-/* Back to a fresh engine: no calls, every result 0, no handles, no callbacks. */
+/* A text or byte field of a malformed notification (perix_sim_peer_post_*_raw,
+ * perix_sim_deliver_*_raw). `bytes` bytes are copied from `data` into a block of exactly that
+ * size (nothing is read when `data` is null); the delivered record points at the copy, or is
+ * null when `data` is null, and carries `reported` as its length whatever it is: non-zero with
+ * null data, or far beyond `bytes`. The engine itself never reads past `bytes`. */
+typedef struct perix_sim_raw_field {
+    const void* data;
+    uint32_t bytes;
+    uint32_t reported;
+} perix_sim_raw_field;
+
+/* Back to a fresh engine: no calls, every result 0, no released handles, no callback records,
+ * no hooks or delays, no violations, abort on violation. Handles still live stay live. */
 PERIX_SIM_API void perix_sim_reset(void);
 
 /* Result of a getter from now on (0 fills the table; non-zero leaves it untouched). */
@@ -92,10 +125,10 @@ PERIX_SIM_API void perix_sim_clear_calls(void);
 /* The handle that PERIXCreateServiceHandle returned last (null before any). */
 PERIX_SIM_API void* perix_sim_last_handle(void);
 
-/* Fire the engine's callbacks on the calling thread, as the engine does on its threads. Each
- * returns -1 when no callback is registered (for the listener kinds: for that handle), else 0
- * or the callback's own result. The records are passed to the callback as given (null
- * included). */
+/* Fire the engine's callbacks on the calling thread, as the engine does on its threads. The
+ * function pointer is read through the stored record at this moment. Each returns -1 when no
+ * record is stored (for the listener kinds: for that handle) or its pointer is null, else 0 or
+ * the callback's own result. The notification records are passed as given (null included). */
 PERIX_SIM_API int perix_sim_fire_device_change(void* handle, const PerixDeviceChangeNotify* notify);
 PERIX_SIM_API int perix_sim_fire_service_change(void* handle,
                                                 const PerixServiceChangeNotify* notify);
@@ -106,6 +139,46 @@ PERIX_SIM_API int perix_sim_fire_audio(const PerixServiceId* service,
                                        const PerixStreamNotify* data);
 PERIX_SIM_API int perix_sim_fire_refresh(const PerixServiceId* service,
                                          const PerixStreamNotify* data);
+
+#ifdef __cplusplus
+/* Copies the core's own tables (what the module's trampolines forward to) into the non-null
+ * arguments, for C++ tests that construct providers directly instead of through the manager.
+ * Not recorded as getter calls. Unlike the module's tables they stay valid when the library
+ * unloads the module. */
+PERIX_SIM_API void perix_sim_core_tables(OrbPERIXHandler* main, ButtonHandlerSource* button,
+                                         AudioHandlerSource* audio, RefreshHandlerSource* refresh);
+#endif
+
+/* ---- Strict engine ---- */
+
+/* Called on the calling thread inside every slot call of the four tables, before the slot does
+ * anything; `handle` is the slot's first argument when the slot takes a service handle, else
+ * null. Null removes it. */
+typedef void (*perix_sim_call_hook)(void* context, int table, int slot, void* handle);
+PERIX_SIM_API void perix_sim_set_call_hook(perix_sim_call_hook hook, void* context);
+/* The slot sleeps `ms` milliseconds before it returns (0: no delay), to open race windows. */
+PERIX_SIM_API void perix_sim_set_slot_delay(int table, int slot, uint32_t ms);
+/* Called inside the releasing PERIXReleaseServiceHandle, on the calling thread, before it
+ * waits for other threads' callbacks and frees the handle (so a test can fire or post
+ * notifications during a release). Null removes it. */
+typedef void (*perix_sim_release_hook)(void* context, void* handle);
+PERIX_SIM_API void perix_sim_set_release_hook(perix_sim_release_hook hook, void* context);
+
+/* 1 while the engine module (liborbperix) is mapped in the process, else 0. */
+PERIX_SIM_API int perix_sim_engine_mapped(void);
+/* How many times the module was mapped and unmapped in this process (not reset). */
+PERIX_SIM_API int perix_sim_module_loads(void);
+PERIX_SIM_API int perix_sim_module_unloads(void);
+
+/* Handles created and not released (perix_sim_reset keeps them: the library may hold them). */
+PERIX_SIM_API int perix_sim_live_handle_count(void);
+/* 1 when `handle` was released and is in the quarantine. */
+PERIX_SIM_API int perix_sim_handle_is_released(void* handle);
+/* Violations since the last perix_sim_reset. */
+PERIX_SIM_API int perix_sim_violation_count(void);
+/* 0: a violation is printed and counted only (tests of the engine itself); other: it also
+ * aborts (the default, restored by perix_sim_reset). */
+PERIX_SIM_API void perix_sim_set_abort_on_violation(int on);
 
 #ifdef __cplusplus
 }

@@ -75,6 +75,20 @@ PERIX_SIM_API int perix_sim_peer_post_data(void* handle, uint32_t word0, uint32_
 PERIX_SIM_API int perix_sim_peer_post_button(const char* deviceId, const char* serviceId,
                                              uint32_t word0, uint32_t word1,
                                              const uint8_t* data, uint32_t len);
+/* The same notifications with malformed fields, each field as described at perix_sim_raw_field
+ * (null texts or data with non-zero lengths, lengths far beyond the bytes). */
+PERIX_SIM_API int perix_sim_peer_post_device_change_raw(void* handle, perix_sim_raw_field deviceId,
+                                                        uint32_t word0, uint32_t word1);
+PERIX_SIM_API int perix_sim_peer_post_service_change_raw(void* handle,
+                                                         perix_sim_raw_field deviceId,
+                                                         perix_sim_raw_field serviceId,
+                                                         uint32_t word0, uint32_t word1,
+                                                         uint32_t word2);
+PERIX_SIM_API int perix_sim_peer_post_data_raw(void* handle, uint32_t word0, uint32_t word1,
+                                               perix_sim_raw_field data);
+PERIX_SIM_API int perix_sim_peer_post_button_raw(perix_sim_raw_field deviceId,
+                                                 perix_sim_raw_field serviceId, uint32_t word0,
+                                                 uint32_t word1, perix_sim_raw_field data);
 /* Waits until every queued notification has been delivered. */
 PERIX_SIM_API void perix_sim_peer_flush(void);
 /* Notifications delivered so far, and how many of them reached a registered callback. */

@@ -68,6 +68,14 @@ PERIX_SIM_API int perix_sim_deliver_refresh(const char* deviceId, const char* se
                                             uint32_t a, uint32_t b, const uint8_t* data,
                                             uint32_t length);
 
+/* The same deliveries with malformed fields, each as described at perix_sim_raw_field. */
+PERIX_SIM_API int perix_sim_deliver_audio_raw(perix_sim_raw_field deviceId,
+                                              perix_sim_raw_field serviceId, uint32_t engineType,
+                                              uint32_t a, uint32_t b, perix_sim_raw_field data);
+PERIX_SIM_API int perix_sim_deliver_refresh_raw(perix_sim_raw_field deviceId,
+                                                perix_sim_raw_field serviceId, uint32_t a,
+                                                uint32_t b, perix_sim_raw_field data);
+
 /* Blocks until every queued delivery has been made. */
 PERIX_SIM_API void perix_sim_deliveries_flush(void);
 PERIX_SIM_API int perix_sim_delivery_stats_of(int kind, perix_sim_delivery_stats* out);

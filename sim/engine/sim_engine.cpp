@@ -1,5 +1,6 @@
-// The simulated PERIX engine: fills every slot of the four tables with functions that record
-// their call and return a settable result, and fires the registered callbacks on request.
+// The simulated PERIX engine's core: the implementation of every slot of the four tables
+// (record the call, return a settable result), reached through the thin module's trampolines,
+// and the firing of the registered callbacks on request.
 #include <cstring>
 #include <map>
 #include <mutex>
@@ -10,16 +11,15 @@
 #include "sim_streams_hooks.h"
 #include "perix_sim_peer.h"
 #include "sim_peer_hooks.h"
+#include "sim_module_entry.h"
+#include "sim_strict.h"
 
 namespace {
 
 constexpr int kTables = 4;
 constexpr int kMaxSlots = 17;
 
-struct Callbacks {
-    PerixEngineListener listener{};  // copied at registration
-    bool hasListener = false;
-};
+using perix_sim_strict::SlotScope;
 
 struct Engine {
     std::mutex mutex;
@@ -28,12 +28,14 @@ struct Engine {
     int64_t slotResults[kTables][kMaxSlots] = {};
     bool failCreateHandle = false;
     uint64_t traceId = 0;
-    uintptr_t nextHandle = 0x1000;
     void* lastHandle = nullptr;
-    std::map<void*, Callbacks> handles;
-    int (*buttonNotify)(const void*, const void*) = nullptr;
-    int (*audioNotify)(const void*, const void*) = nullptr;
-    int (*refreshNotify)(const void*, const void*) = nullptr;
+    // Callback records as the library registered them: kept by address and read at fire time,
+    // so a record that the library freed or changed is what a fire sees. Kept until reset,
+    // past the handle's release and PERIXUnRegisterListener.
+    std::map<void*, const PerixEngineListener*> listeners;
+    const PerixButtonCallback* button = nullptr;
+    const PerixStreamCallback* audio = nullptr;
+    const PerixStreamCallback* refresh = nullptr;
 };
 
 Engine& E() {
@@ -97,34 +99,41 @@ int Result(perix_sim_call& call) { return static_cast<int>(Finish(call)); }
 // ---- OrbPERIXHandler ----
 
 int SimPERIXInitial(const char* initText) {
+    SlotScope scope(PERIX_SIM_MAIN, 0, nullptr, false);
     perix_sim_call c = Begin(PERIX_SIM_MAIN, 0, P(initText));
     SetText(c.text, initText);
     return Result(c);
 }
 int SimPERIXRelease(void) {
+    SlotScope scope(PERIX_SIM_MAIN, 1, nullptr, false);
     perix_sim_call c = Begin(PERIX_SIM_MAIN, 1);
     return Result(c);
 }
 int SimReserved2(void) {
+    SlotScope scope(PERIX_SIM_MAIN, 2, nullptr, false);
     perix_sim_call c = Begin(PERIX_SIM_MAIN, 2);
     return Result(c);
 }
 int SimPERIXLogRegister(tagPERIXLogFuncGroup* logFuncs) {
+    SlotScope scope(PERIX_SIM_MAIN, 3, nullptr, false);
     perix_sim_call c = Begin(PERIX_SIM_MAIN, 3, P(logFuncs));
     return Result(c);
 }
 void* SimPERIXCreateServiceHandle(const PERIXInfo* info) {
+    SlotScope scope(PERIX_SIM_MAIN, 4, nullptr, false);
     perix_sim_call c = Begin(PERIX_SIM_MAIN, 4, P(info));
     if (info != nullptr) {
         SetText(c.text, info->peerDeviceId, strnlen(info->peerDeviceId, sizeof(info->peerDeviceId)));
     }
     Engine& e = E();
+    bool fail = false;
+    {
+        std::lock_guard<std::mutex> lock(e.mutex);
+        fail = e.failCreateHandle;
+    }
+    void* handle = fail ? nullptr : perix_sim_strict::CreateHandle();
     std::lock_guard<std::mutex> lock(e.mutex);
-    void* handle = nullptr;
-    if (!e.failCreateHandle) {
-        handle = reinterpret_cast<void*>(e.nextHandle);
-        e.nextHandle += 0x10;
-        e.handles[handle] = Callbacks();
+    if (handle != nullptr) {
         e.lastHandle = handle;
     }
     c.result = static_cast<int64_t>(P(handle));
@@ -132,15 +141,17 @@ void* SimPERIXCreateServiceHandle(const PERIXInfo* info) {
     return handle;
 }
 int SimPERIXReleaseServiceHandle(void* handle, void* arg1, void* arg2) {
+    SlotScope scope(PERIX_SIM_MAIN, 5, handle, true);
     perix_sim_call c = Begin(PERIX_SIM_MAIN, 5, P(handle), P(arg1), P(arg2));
-    {
-        Engine& e = E();
-        std::lock_guard<std::mutex> lock(e.mutex);
-        e.handles.erase(handle);
+    // With a non-null second argument this is the sink provider's "disconnect this device from
+    // the mesh handle": the handle stays live. A null handle has nothing to release.
+    if (scope.HandleOk() && arg1 == nullptr && handle != nullptr) {
+        perix_sim_strict::ReleaseHandle(handle);
     }
     return Result(c);
 }
 int SimPERIXStartService(void* handle, const PERIXInfo* info) {
+    SlotScope scope(PERIX_SIM_MAIN, 6, handle, true);
     perix_sim_call c = Begin(PERIX_SIM_MAIN, 6, P(handle), P(info));
     if (info != nullptr) {
         SetText(c.text, info->peerDeviceId, strnlen(info->peerDeviceId, sizeof(info->peerDeviceId)));
@@ -150,11 +161,13 @@ int SimPERIXStartService(void* handle, const PERIXInfo* info) {
     return Result(c);
 }
 int SimPERIXRegisterCallback(void* handle, uint32_t type, void* callback) {
+    SlotScope scope(PERIX_SIM_MAIN, 7, handle, true);
     perix_sim_call c = Begin(PERIX_SIM_MAIN, 7, P(handle), type, P(callback));
     c.values[0] = type;
     return Result(c);
 }
 int SimPERIXGetConnectionStatus(void* handle, uint64_t* traceId) {
+    SlotScope scope(PERIX_SIM_MAIN, 8, handle, true);
     perix_sim_call c = Begin(PERIX_SIM_MAIN, 8, P(handle), P(traceId));
     if (traceId != nullptr) {
         Engine& e = E();
@@ -164,6 +177,7 @@ int SimPERIXGetConnectionStatus(void* handle, uint64_t* traceId) {
     return Result(c);
 }
 int SimPERIXPassThrough(void* handle, void* a, void* b, void* cc) {
+    SlotScope scope(PERIX_SIM_MAIN, 9, handle, true);
     perix_sim_call c = Begin(PERIX_SIM_MAIN, 9, P(handle), P(a), P(b), P(cc));
     return Result(c);
 }
@@ -179,42 +193,44 @@ perix_sim_call VirtualServiceCall(int slot, void* handle, const PerixVirtualServ
     return c;
 }
 int SimPERIXAddVirtualService(void* handle, const PerixVirtualService* service) {
+    SlotScope scope(PERIX_SIM_MAIN, 10, handle, true);
     perix_sim_call c = VirtualServiceCall(10, handle, service, 0);
     return Result(c);
 }
 int SimPERIXRemoveVirtualService(void* handle, const PerixVirtualService* service) {
+    SlotScope scope(PERIX_SIM_MAIN, 11, handle, true);
     perix_sim_call c = VirtualServiceCall(11, handle, service, 0);
     return Result(c);
 }
 int SimPERIXEnableVirtualService(void* handle, const PerixVirtualService* service,
                                  uint32_t flags) {
+    SlotScope scope(PERIX_SIM_MAIN, 12, handle, true);
     perix_sim_call c = VirtualServiceCall(12, handle, service, flags);
     return Result(c);
 }
 int SimPERIXDisableVirtualService(void* handle, const PerixVirtualService* service,
                                   uint32_t flags) {
+    SlotScope scope(PERIX_SIM_MAIN, 13, handle, true);
     perix_sim_call c = VirtualServiceCall(13, handle, service, flags);
     return Result(c);
 }
 int SimPERIXRegisterListener(void* handle, const PerixEngineListener* listener) {
+    SlotScope scope(PERIX_SIM_MAIN, 14, handle, true);
     perix_sim_call c = Begin(PERIX_SIM_MAIN, 14, P(handle), P(listener));
     const int result = Result(c);
-    if (listener != nullptr) {
-        Engine& e = E();
-        std::lock_guard<std::mutex> lock(e.mutex);
-        auto found = e.handles.find(handle);
-        if (found != e.handles.end()) {
-            found->second.listener = *listener;
-            found->second.hasListener = true;
-        }
+    if (listener != nullptr && handle != nullptr && scope.HandleOk()) {
+        std::lock_guard<std::mutex> lock(E().mutex);
+        E().listeners[handle] = listener;  // the record itself, not a copy
     }
     return result;
 }
 int SimPERIXUnRegisterListener(void* handle) {
+    SlotScope scope(PERIX_SIM_MAIN, 15, handle, true);
     perix_sim_call c = Begin(PERIX_SIM_MAIN, 15, P(handle));
     return Result(c);
 }
 int SimPERIXSendBinaryData(void* handle, const BinaryData* data) {
+    SlotScope scope(PERIX_SIM_MAIN, 16, handle, true);
     perix_sim_call c = Begin(PERIX_SIM_MAIN, 16, P(handle), P(data));
     if (data != nullptr) {
         c.values[0] = data->word0;
@@ -239,15 +255,17 @@ void SetIdentity(perix_sim_call& c, const PerixButtonIdentity* identity) {
     }
 }
 int SimButtonRegisterCallback(const PerixButtonCallback* callback) {
+    SlotScope scope(PERIX_SIM_BUTTON, 0, nullptr, false);
     perix_sim_call c = Begin(PERIX_SIM_BUTTON, 0, P(callback));
     const int result = Result(c);
     if (callback != nullptr) {
         std::lock_guard<std::mutex> lock(E().mutex);
-        E().buttonNotify = callback->notify;
+        E().button = callback;
     }
     return result;
 }
 int SimButtonOpen(const PerixButtonIdentity* identity) {
+    SlotScope scope(PERIX_SIM_BUTTON, 1, nullptr, false);
     perix_sim_call c = Begin(PERIX_SIM_BUTTON, 1, P(identity));
     SetIdentity(c, identity);
     const int result = Result(c);
@@ -255,12 +273,14 @@ int SimButtonOpen(const PerixButtonIdentity* identity) {
     return result;
 }
 int SimButtonClose(const PerixButtonIdentity* identity) {
+    SlotScope scope(PERIX_SIM_BUTTON, 2, nullptr, false);
     perix_sim_call c = Begin(PERIX_SIM_BUTTON, 2, P(identity));
     SetIdentity(c, identity);
     return Result(c);
 }
 int SimButtonWriteStreamBuffer(const PerixButtonIdentity* identity,
                                const PerixDataBuffer* buffer) {
+    SlotScope scope(PERIX_SIM_BUTTON, 3, nullptr, false);
     if (perix_sim_peer::BareWrite()) {
         return 0;
     }
@@ -287,19 +307,22 @@ void SetServiceId(perix_sim_call& c, const PerixServiceId* service) {
     }
 }
 int SimAudioRegisterCallback(const PerixStreamCallback* callback) {
+    SlotScope scope(PERIX_SIM_AUDIO, 0, nullptr, false);
     perix_sim_call c = Begin(PERIX_SIM_AUDIO, 0, P(callback));
     const int result = Result(c);
     if (callback != nullptr) {
         std::lock_guard<std::mutex> lock(E().mutex);
-        E().audioNotify = callback->notify;
+        E().audio = callback;
     }
     return result;
 }
 int SimAudioReserved1(void) {
+    SlotScope scope(PERIX_SIM_AUDIO, 1, nullptr, false);
     perix_sim_call c = Begin(PERIX_SIM_AUDIO, 1);
     return Result(c);
 }
 int SimAudioOpen(const PerixServiceId* service, const AudioParam* param) {
+    SlotScope scope(PERIX_SIM_AUDIO, 2, nullptr, false);
     perix_sim_call c = Begin(PERIX_SIM_AUDIO, 2, P(service), P(param));
     SetServiceId(c, service);
     if (param != nullptr) {
@@ -313,6 +336,7 @@ int SimAudioOpen(const PerixServiceId* service, const AudioParam* param) {
     return result;
 }
 int SimAudioClose(const PerixServiceId* service) {
+    SlotScope scope(PERIX_SIM_AUDIO, 3, nullptr, false);
     perix_sim_call c = Begin(PERIX_SIM_AUDIO, 3, P(service));
     SetServiceId(c, service);
     const int result = Result(c);
@@ -322,10 +346,12 @@ int SimAudioClose(const PerixServiceId* service) {
     return result;
 }
 int SimAudioReserved4(void) {
+    SlotScope scope(PERIX_SIM_AUDIO, 4, nullptr, false);
     perix_sim_call c = Begin(PERIX_SIM_AUDIO, 4);
     return Result(c);
 }
 int SimAudioWriteStreamBuffer(const PerixServiceId* service, const PerixAudioBuffer* buffer) {
+    SlotScope scope(PERIX_SIM_AUDIO, 5, nullptr, false);
     if (perix_sim_streams::BareWrite()) {
         return 0;
     }
@@ -344,10 +370,12 @@ int SimAudioWriteStreamBuffer(const PerixServiceId* service, const PerixAudioBuf
     return result;
 }
 int SimAudioPassThrough(void* a, void* b) {
+    SlotScope scope(PERIX_SIM_AUDIO, 6, nullptr, false);
     perix_sim_call c = Begin(PERIX_SIM_AUDIO, 6, P(a), P(b));
     return Result(c);
 }
 int SimAudioReserved7(void) {
+    SlotScope scope(PERIX_SIM_AUDIO, 7, nullptr, false);
     perix_sim_call c = Begin(PERIX_SIM_AUDIO, 7);
     return Result(c);
 }
@@ -355,15 +383,17 @@ int SimAudioReserved7(void) {
 // ---- RefreshHandlerSource ----
 
 int SimRefreshRegisterCallback(const PerixStreamCallback* callback) {
+    SlotScope scope(PERIX_SIM_REFRESH, 0, nullptr, false);
     perix_sim_call c = Begin(PERIX_SIM_REFRESH, 0, P(callback));
     const int result = Result(c);
     if (callback != nullptr) {
         std::lock_guard<std::mutex> lock(E().mutex);
-        E().refreshNotify = callback->notify;
+        E().refresh = callback;
     }
     return result;
 }
 int SimPartialRefreshOpen(const PerixServiceId* service, void* a, void* b) {
+    SlotScope scope(PERIX_SIM_REFRESH, 1, nullptr, false);
     perix_sim_call c = Begin(PERIX_SIM_REFRESH, 1, P(service), P(a), P(b));
     SetServiceId(c, service);
     const int result = Result(c);
@@ -373,6 +403,7 @@ int SimPartialRefreshOpen(const PerixServiceId* service, void* a, void* b) {
     return result;
 }
 int SimPartialRefreshClose(const PerixServiceId* service, void* a, void* b) {
+    SlotScope scope(PERIX_SIM_REFRESH, 2, nullptr, false);
     perix_sim_call c = Begin(PERIX_SIM_REFRESH, 2, P(service), P(a), P(b));
     SetServiceId(c, service);
     const int result = Result(c);
@@ -383,6 +414,7 @@ int SimPartialRefreshClose(const PerixServiceId* service, void* a, void* b) {
 }
 int SimPartialRefreshWriteStreamBuffer(const PerixServiceId* service,
                                        const PerixDataBuffer* buffer) {
+    SlotScope scope(PERIX_SIM_REFRESH, 3, nullptr, false);
     if (perix_sim_streams::BareWrite()) {
         return 0;
     }
@@ -399,103 +431,82 @@ int SimPartialRefreshWriteStreamBuffer(const PerixServiceId* service,
     return result;
 }
 
-// Records a getter call and gives its configured result; the table is filled only on 0.
-int GetterCall(int table, const void* out) {
+// The core's implementation of each table, in slot order; the module's trampolines call
+// through these.
+const OrbPERIXHandler kMainTable{SimPERIXInitial,
+                                 SimPERIXRelease,
+                                 SimReserved2,
+                                 SimPERIXLogRegister,
+                                 SimPERIXCreateServiceHandle,
+                                 SimPERIXReleaseServiceHandle,
+                                 SimPERIXStartService,
+                                 SimPERIXRegisterCallback,
+                                 SimPERIXGetConnectionStatus,
+                                 SimPERIXPassThrough,
+                                 SimPERIXAddVirtualService,
+                                 SimPERIXRemoveVirtualService,
+                                 SimPERIXEnableVirtualService,
+                                 SimPERIXDisableVirtualService,
+                                 SimPERIXRegisterListener,
+                                 SimPERIXUnRegisterListener,
+                                 SimPERIXSendBinaryData};
+const ButtonHandlerSource kButtonTable{SimButtonRegisterCallback, SimButtonOpen, SimButtonClose,
+                                       SimButtonWriteStreamBuffer};
+const AudioHandlerSource kAudioTable{SimAudioRegisterCallback, SimAudioReserved1,
+                                     SimAudioOpen,             SimAudioClose,
+                                     SimAudioReserved4,        SimAudioWriteStreamBuffer,
+                                     SimAudioPassThrough,      SimAudioReserved7};
+const RefreshHandlerSource kRefreshTable{SimRefreshRegisterCallback, SimPartialRefreshOpen,
+                                         SimPartialRefreshClose,
+                                         SimPartialRefreshWriteStreamBuffer};
+
+}  // namespace
+
+namespace perix_sim_strict {
+
+const char* SlotName(int table, int slot) {
+    if (table < 0 || table >= kTables) {
+        return "?";
+    }
+    return slot == PERIX_SIM_GETTER_SLOT ? kGetterNames[table] : kNames[table][slot];
+}
+
+}  // namespace perix_sim_strict
+
+extern "C" {
+
+// ---- Entry points of the thin module ----
+
+int perix_sim_module_getter(int table, const void* out) {
+    if (table < 0 || table >= kTables) {
+        return -1;
+    }
+    // Records the getter call; the module fills the table only on 0.
     perix_sim_call c = Begin(table, PERIX_SIM_GETTER_SLOT, P(out));
     const int result = Result(c);
     return result == 0 && out == nullptr ? -1 : result;
 }
 
-}  // namespace
+const OrbPERIXHandler* perix_sim_module_main_table(void) { return &kMainTable; }
+const ButtonHandlerSource* perix_sim_module_button_table(void) { return &kButtonTable; }
+const AudioHandlerSource* perix_sim_module_audio_table(void) { return &kAudioTable; }
+const RefreshHandlerSource* perix_sim_module_refresh_table(void) { return &kRefreshTable; }
 
-namespace {
-
-// Table fillers; a variant built without a getter keeps its filler unused.
-[[maybe_unused]] int FillMain(OrbPERIXHandler* table) {
-    const int result = GetterCall(PERIX_SIM_MAIN, table);
-    if (result != 0) {
-        return result;
+void perix_sim_core_tables(OrbPERIXHandler* main, ButtonHandlerSource* button,
+                           AudioHandlerSource* audio, RefreshHandlerSource* refresh) {
+    if (main != nullptr) {
+        *main = kMainTable;
     }
-    *table = OrbPERIXHandler{SimPERIXInitial,
-                             SimPERIXRelease,
-                             SimReserved2,
-                             SimPERIXLogRegister,
-                             SimPERIXCreateServiceHandle,
-                             SimPERIXReleaseServiceHandle,
-                             SimPERIXStartService,
-                             SimPERIXRegisterCallback,
-                             SimPERIXGetConnectionStatus,
-                             SimPERIXPassThrough,
-                             SimPERIXAddVirtualService,
-                             SimPERIXRemoveVirtualService,
-                             SimPERIXEnableVirtualService,
-                             SimPERIXDisableVirtualService,
-                             SimPERIXRegisterListener,
-                             SimPERIXUnRegisterListener,
-                             SimPERIXSendBinaryData};
-    return 0;
-}
-
-[[maybe_unused]] int FillButton(ButtonHandlerSource* table) {
-    const int result = GetterCall(PERIX_SIM_BUTTON, table);
-    if (result != 0) {
-        return result;
+    if (button != nullptr) {
+        *button = kButtonTable;
     }
-    *table = ButtonHandlerSource{SimButtonRegisterCallback, SimButtonOpen, SimButtonClose,
-                                 SimButtonWriteStreamBuffer};
-    return 0;
-}
-
-[[maybe_unused]] int FillAudio(AudioHandlerSource* table) {
-    const int result = GetterCall(PERIX_SIM_AUDIO, table);
-    if (result != 0) {
-        return result;
+    if (audio != nullptr) {
+        *audio = kAudioTable;
     }
-    *table = AudioHandlerSource{SimAudioRegisterCallback, SimAudioReserved1, SimAudioOpen,
-                                SimAudioClose,           SimAudioReserved4, SimAudioWriteStreamBuffer,
-                                SimAudioPassThrough,     SimAudioReserved7};
-    return 0;
-}
-
-[[maybe_unused]] int FillRefresh(RefreshHandlerSource* table) {
-    const int result = GetterCall(PERIX_SIM_REFRESH, table);
-    if (result != 0) {
-        return result;
+    if (refresh != nullptr) {
+        *refresh = kRefreshTable;
     }
-    *table = RefreshHandlerSource{SimRefreshRegisterCallback, SimPartialRefreshOpen,
-                                  SimPartialRefreshClose, SimPartialRefreshWriteStreamBuffer};
-    return 0;
 }
-
-}  // namespace
-
-// ---- The engine's exports ----
-
-extern "C" {
-
-#if !defined(PERIX_SIM_WITHOUT_MAIN_GETTER)
-PERIX_SIM_API int PERIXGetOrbPERIXHandler(OrbPERIXHandler* table) {
-    return FillMain(table);
-}
-#endif
-
-#if !defined(PERIX_SIM_WITHOUT_BUTTON_GETTER)
-PERIX_SIM_API int PERIXGetButtonHandlerSource(ButtonHandlerSource* table) {
-    return FillButton(table);
-}
-#endif
-
-#if !defined(PERIX_SIM_WITHOUT_AUDIO_GETTER)
-PERIX_SIM_API int PERIXGetAudioHandlerSource(AudioHandlerSource* table) {
-    return FillAudio(table);
-}
-#endif
-
-#if !defined(PERIX_SIM_WITHOUT_REFRESH_GETTER)
-PERIX_SIM_API int PERIXGetRefreshHandlerSource(RefreshHandlerSource* table) {
-    return FillRefresh(table);
-}
-#endif
 
 // ---- Control interface ----
 
@@ -510,10 +521,11 @@ void perix_sim_reset(void) {
     e.failCreateHandle = false;
     e.traceId = 0;
     e.lastHandle = nullptr;
-    e.handles.clear();
-    e.buttonNotify = nullptr;
-    e.audioNotify = nullptr;
-    e.refreshNotify = nullptr;
+    e.listeners.clear();
+    e.button = nullptr;
+    e.audio = nullptr;
+    e.refresh = nullptr;
+    perix_sim_strict::Reset();
 }
 
 void perix_sim_set_getter_result(int table, int result) {
@@ -591,21 +603,45 @@ void* perix_sim_last_handle(void) {
 
 namespace {
 
-// Copies the callbacks registered for `handle` out under the lock; callbacks run unlocked.
-bool ListenerOf(void* handle, PerixEngineListener* out) {
+// The listener record registered for `handle` (null when none); callbacks run unlocked.
+const PerixEngineListener* ListenerOf(void* handle) {
     std::lock_guard<std::mutex> lock(E().mutex);
-    auto found = E().handles.find(handle);
-    if (found == E().handles.end() || !found->second.hasListener) {
-        return false;
-    }
-    *out = found->second.listener;
-    return true;
+    auto found = E().listeners.find(handle);
+    return found == E().listeners.end() ? nullptr : found->second;
 }
 
-using StreamNotifyFn = int (*)(const void*, const void*);
-StreamNotifyFn Registered(StreamNotifyFn Engine::*which) {
+using ListenerFn = void (*)(void*, const void*);
+
+// Calls one member of the listener record registered for `handle`, read through the record
+// now. A release of the handle on another thread waits until this returns.
+int FireListener(void* handle, ListenerFn PerixEngineListener::*which, const void* notify) {
+    perix_sim_strict::FireScope inFlight(handle);
+    const PerixEngineListener* record = ListenerOf(handle);
+    if (record == nullptr) {
+        return -1;
+    }
+    const ListenerFn fn = record->*which;
+    if (fn == nullptr) {
+        return -1;
+    }
+    fn(handle, notify);
+    return 0;
+}
+
+template <typename Record>
+const Record* Registered(const Record* Engine::*which) {
     std::lock_guard<std::mutex> lock(E().mutex);
     return E().*which;
+}
+
+// Calls the channel callback through its registered record (-1 when none).
+template <typename Record>
+int FireChannel(const Record* Engine::*which, const void* first, const void* second) {
+    const Record* record = Registered(which);
+    if (record == nullptr || record->notify == nullptr) {
+        return -1;
+    }
+    return record->notify(first, second);
 }
 
 }  // namespace
@@ -613,45 +649,27 @@ StreamNotifyFn Registered(StreamNotifyFn Engine::*which) {
 extern "C" {
 
 int perix_sim_fire_device_change(void* handle, const PerixDeviceChangeNotify* notify) {
-    PerixEngineListener listener{};
-    if (!ListenerOf(handle, &listener) || listener.onDeviceChange == nullptr) {
-        return -1;
-    }
-    listener.onDeviceChange(handle, notify);
-    return 0;
+    return FireListener(handle, &PerixEngineListener::onDeviceChange, notify);
 }
 
 int perix_sim_fire_service_change(void* handle, const PerixServiceChangeNotify* notify) {
-    PerixEngineListener listener{};
-    if (!ListenerOf(handle, &listener) || listener.onDeviceServiceChange == nullptr) {
-        return -1;
-    }
-    listener.onDeviceServiceChange(handle, notify);
-    return 0;
+    return FireListener(handle, &PerixEngineListener::onDeviceServiceChange, notify);
 }
 
 int perix_sim_fire_data(void* handle, const BinaryData* data) {
-    PerixEngineListener listener{};
-    if (!ListenerOf(handle, &listener) || listener.onDataReceive == nullptr) {
-        return -1;
-    }
-    listener.onDataReceive(handle, data);
-    return 0;
+    return FireListener(handle, &PerixEngineListener::onDataReceive, data);
 }
 
 int perix_sim_fire_button(const PerixButtonIdentity* identity, const PerixButtonNotify* notify) {
-    StreamNotifyFn fn = Registered(&Engine::buttonNotify);
-    return fn == nullptr ? -1 : fn(identity, notify);
+    return FireChannel(&Engine::button, identity, notify);
 }
 
 int perix_sim_fire_audio(const PerixServiceId* service, const PerixStreamNotify* data) {
-    StreamNotifyFn fn = Registered(&Engine::audioNotify);
-    return fn == nullptr ? -1 : fn(service, data);
+    return FireChannel(&Engine::audio, service, data);
 }
 
 int perix_sim_fire_refresh(const PerixServiceId* service, const PerixStreamNotify* data) {
-    StreamNotifyFn fn = Registered(&Engine::refreshNotify);
-    return fn == nullptr ? -1 : fn(service, data);
+    return FireChannel(&Engine::refresh, service, data);
 }
 
 }  // extern "C"

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "delivery_thread.h"
+#include "sim_raw.h"
 #include "packet_decoder.h"
 #include "perix_sim_peer.h"
 #include "sim_peer_hooks.h"
@@ -29,6 +30,9 @@ struct Notice {
     uint32_t words[3] = {0, 0, 0};
     std::vector<uint8_t> bytes;
     bool hasBytes = false;
+    // Malformed notifications (perix_sim_peer_post_*_raw) carry their fields here instead.
+    bool raw = false;
+    perix_sim::RawCopy rawDevice, rawService, rawData;
 };
 
 using perix_sim::DeliveryThread;
@@ -50,9 +54,41 @@ struct Peer {
     std::atomic<bool> autoOpen{false};
     std::atomic<bool> bareWrite{false};
 
+    // Builds the records of a malformed notification from the raw copies, as given.
+    static int DeliverRaw(const Notice& n) {
+        switch (n.kind) {
+            case Notice::kDevice: {
+                PerixDeviceChangeNotify record{n.rawDevice.Text(), n.rawDevice.reported, n.words[0],
+                                               n.words[1]};
+                return perix_sim_fire_device_change(n.handle, &record);
+            }
+            case Notice::kService: {
+                PerixServiceChangeNotify record{n.rawDevice.Text(), n.rawDevice.reported,
+                                                n.rawService.Text(), n.rawService.reported,
+                                                n.words[0], n.words[1], n.words[2]};
+                return perix_sim_fire_service_change(n.handle, &record);
+            }
+            case Notice::kData: {
+                BinaryData record{n.words[0], n.words[1], n.rawData.Bytes(), n.rawData.reported};
+                return perix_sim_fire_data(n.handle, &record);
+            }
+            case Notice::kButton: {
+                PerixButtonIdentity identity{n.rawDevice.Text(), n.rawDevice.reported,
+                                             n.rawService.Text(), n.rawService.reported};
+                PerixButtonNotify record{n.words[0], n.words[1], 0, n.rawData.reported,
+                                         n.rawData.Bytes()};
+                return perix_sim_fire_button(&identity, &record);
+            }
+        }
+        return -1;
+    }
+
     void Deliver(const Notice& n) {
         int result = -1;
-        switch (n.kind) {
+        switch (n.raw ? -1 : n.kind) {
+            case -1:
+                result = DeliverRaw(n);
+                break;
             case Notice::kDevice: {
                 PerixDeviceChangeNotify record{n.deviceId.data(),
                                                static_cast<uint32_t>(n.deviceId.size()),
@@ -327,6 +363,57 @@ int perix_sim_peer_post_button(const char* deviceId, const char* serviceId, uint
     } catch (...) {
         return -1;
     }
+}
+
+namespace {
+
+int PostRaw(Notice::Kind kind, void* handle, const perix_sim_raw_field* device,
+            const perix_sim_raw_field* service, const perix_sim_raw_field* data,
+            uint32_t word0, uint32_t word1, uint32_t word2) {
+    try {
+        Notice notice;
+        notice.kind = kind;
+        notice.raw = true;
+        notice.handle = handle;
+        if (device != nullptr) {
+            notice.rawDevice = perix_sim::RawCopy::Of(*device);
+        }
+        if (service != nullptr) {
+            notice.rawService = perix_sim::RawCopy::Of(*service);
+        }
+        if (data != nullptr) {
+            notice.rawData = perix_sim::RawCopy::Of(*data);
+        }
+        notice.words[0] = word0;
+        notice.words[1] = word1;
+        notice.words[2] = word2;
+        return ThePeer().Post(std::move(notice));
+    } catch (...) {
+        return -1;
+    }
+}
+
+}  // namespace
+
+int perix_sim_peer_post_device_change_raw(void* handle, perix_sim_raw_field deviceId,
+                                          uint32_t word0, uint32_t word1) {
+    return PostRaw(Notice::kDevice, handle, &deviceId, nullptr, nullptr, word0, word1, 0);
+}
+
+int perix_sim_peer_post_service_change_raw(void* handle, perix_sim_raw_field deviceId,
+                                           perix_sim_raw_field serviceId, uint32_t word0,
+                                           uint32_t word1, uint32_t word2) {
+    return PostRaw(Notice::kService, handle, &deviceId, &serviceId, nullptr, word0, word1, word2);
+}
+
+int perix_sim_peer_post_data_raw(void* handle, uint32_t word0, uint32_t word1,
+                                 perix_sim_raw_field data) {
+    return PostRaw(Notice::kData, handle, nullptr, nullptr, &data, word0, word1, 0);
+}
+
+int perix_sim_peer_post_button_raw(perix_sim_raw_field deviceId, perix_sim_raw_field serviceId,
+                                   uint32_t word0, uint32_t word1, perix_sim_raw_field data) {
+    return PostRaw(Notice::kButton, nullptr, &deviceId, &serviceId, &data, word0, word1, 0);
 }
 
 void perix_sim_peer_flush(void) { ThePeer().Flush(); }

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "delivery_thread.h"
+#include "sim_raw.h"
 #include "perix_sim_streams.h"
 #include "sim_streams_hooks.h"
 
@@ -32,6 +33,9 @@ struct Delivery {
     bool hasData = false;
     std::vector<uint8_t> data;
     uint32_t length = 0;
+    // Malformed deliveries (perix_sim_deliver_*_raw) carry their fields here instead.
+    bool raw = false;
+    perix_sim::RawCopy rawDevice, rawService, rawData;
 };
 
 struct Channel {
@@ -147,6 +151,15 @@ private:
         switch (d.kind) {
             case PERIX_SIM_DELIVER_AUDIO:
             case PERIX_SIM_DELIVER_REFRESH: {
+                if (d.raw) {
+                    const PerixServiceId id{d.rawDevice.Text(), d.rawDevice.reported,
+                                            d.rawService.Text(), d.rawService.reported,
+                                            d.engineType};
+                    PerixStreamNotify notify{d.words[0], d.words[1], 0, d.rawData.reported,
+                                             d.rawData.Bytes()};
+                    return d.kind == PERIX_SIM_DELIVER_AUDIO ? perix_sim_fire_audio(&id, &notify)
+                                                             : perix_sim_fire_refresh(&id, &notify);
+                }
                 const PerixServiceId id{d.deviceId.data(), static_cast<uint32_t>(d.deviceId.size()),
                                         d.serviceId.data(), static_cast<uint32_t>(d.serviceId.size()),
                                         d.engineType};
@@ -241,6 +254,42 @@ int perix_sim_deliver_refresh(const char* deviceId, const char* serviceId, uint3
                               uint32_t b, const uint8_t* data, uint32_t length) {
     return QueueDelivery(PERIX_SIM_DELIVER_REFRESH, deviceId, serviceId, a, b, 0, 0,
                          data, length);
+}
+
+int perix_sim_deliver_audio_raw(perix_sim_raw_field deviceId, perix_sim_raw_field serviceId,
+                                uint32_t engineType, uint32_t a, uint32_t b,
+                                perix_sim_raw_field data) {
+    try {
+        Delivery delivery;
+        delivery.kind = PERIX_SIM_DELIVER_AUDIO;
+        delivery.raw = true;
+        delivery.rawDevice = perix_sim::RawCopy::Of(deviceId);
+        delivery.rawService = perix_sim::RawCopy::Of(serviceId);
+        delivery.rawData = perix_sim::RawCopy::Of(data);
+        delivery.engineType = engineType;
+        delivery.words[0] = a;
+        delivery.words[1] = b;
+        return S().Queue(std::move(delivery));
+    } catch (const std::exception&) {
+        return -1;
+    }
+}
+
+int perix_sim_deliver_refresh_raw(perix_sim_raw_field deviceId, perix_sim_raw_field serviceId,
+                                  uint32_t a, uint32_t b, perix_sim_raw_field data) {
+    try {
+        Delivery delivery;
+        delivery.kind = PERIX_SIM_DELIVER_REFRESH;
+        delivery.raw = true;
+        delivery.rawDevice = perix_sim::RawCopy::Of(deviceId);
+        delivery.rawService = perix_sim::RawCopy::Of(serviceId);
+        delivery.rawData = perix_sim::RawCopy::Of(data);
+        delivery.words[0] = a;
+        delivery.words[1] = b;
+        return S().Queue(std::move(delivery));
+    } catch (const std::exception&) {
+        return -1;
+    }
 }
 
 void perix_sim_deliveries_flush(void) { S().Flush(); }

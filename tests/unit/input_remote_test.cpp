@@ -3,7 +3,7 @@
 #include "input_test_helpers.h"
 #include "provider/input_provider.h"
 
-// The simulated engine's getters, called directly to build a provider without the manager.
+// Providers built directly on the live engine load.
 #include "provider_tables.h"
 
 namespace {
