@@ -109,6 +109,7 @@ std::shared_ptr<void> HandleTable::Free(Slot& slot) noexcept {
     std::shared_ptr<void> object = std::move(slot.object);
     slot.kind = HandleKind::kFree;
     slot.dying = false;
+    slot.freeOnLastUse = false;
     slot.generation = (slot.generation + 1) & kGenerationMask;
     if (slot.generation == 0) {
         slot.generation = 1;
@@ -124,7 +125,7 @@ void HandleTable::EndUse(uint32_t index) noexcept {
         std::lock_guard<std::mutex> lock(mutex_);
         Slot& slot = slots_[index];
         --slot.uses;
-        if (slot.dying && slot.uses == 0) {
+        if (slot.freeOnLastUse && slot.uses == 0) {
             // Removed from inside this very call: the object dies here, after the call.
             last = Free(slot);
         }
@@ -152,6 +153,7 @@ std::shared_ptr<void> HandleTable::Remove(uint64_t handle, HandleKind kind) noex
         return Free(current);
     }
     // The calling thread still uses it further up its stack: the last Use frees the slot.
+    current.freeOnLastUse = true;
     return current.object;
 }
 

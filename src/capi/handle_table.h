@@ -66,7 +66,8 @@ private:
     struct Slot {
         uint32_t generation = 1;
         HandleKind kind = HandleKind::kFree;
-        bool dying = false;   // removed; kept only for a Use of the removing thread
+        bool dying = false;   // being removed: no new Use
+        bool freeOnLastUse = false;  // removed from inside a Use of the removing thread
         uint32_t uses = 0;    // Uses in flight
         std::shared_ptr<void> object;
     };
