@@ -82,7 +82,8 @@ if [ "$SANITIZERS" -eq 1 ]; then
       run_ctest linux-asan linux-asan
   fi
   if step tsan-configure cmake --preset linux-tsan && step tsan-build cmake --build --preset linux-tsan -j "$JOBS" --target orbperix_stress_tests; then
-    TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 run_ctest linux-tsan linux-tsan -L stress
+    ORBPERIX_STRESS_SECONDS=30 TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
+      run_ctest linux-tsan linux-tsan -L stress
   fi
 fi
 

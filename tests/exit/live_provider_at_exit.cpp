@@ -1,6 +1,7 @@
-// A host that exits with an initialised input provider still registered (heartbeat thread
-// running) and the engine still initialised: the library's exit-time teardown must finish
-// and the process must end normally, on Windows as on Linux.
+// A host that exits with live, connected input and source providers (heartbeat thread running
+// and sending) and the engine still initialised: nothing may call into an unloaded engine,
+// join a thread where that hangs, or use destroyed state; the process must end normally, on
+// Windows as on Linux.
 #include <cstdio>
 #include <cstring>
 
@@ -27,6 +28,22 @@ int main() {
         std::printf("peer setup failed\n");
         return 1;
     }
-    std::printf("leaving with a live input provider\n");
-    return 0;  // the manager, the providers and the heartbeat are torn down at exit
+    PERIXInfo streams = info;
+    std::snprintf(streams.peerDeviceId, sizeof(streams.peerDeviceId), "%s", "source-at-exit");
+    if (source->RegisterPERIXListener(&streams, &listener) != 0 ||
+        source->ConnectDevice(&streams) != 0) {
+        std::printf("source peer setup failed\n");
+        return 1;
+    }
+    ServiceInfo button{"peer-at-exit", "btn-1", 6};
+    input->OpenButton(&button, nullptr);
+    RemoteCtrlEvent move;
+    std::memset(&move, 0, sizeof(move));
+    move.type = 6;
+    move.payload.mouse.action = 2;
+    input->PostRemoteCtrlEvent(&button, &move);
+    std::printf("leaving with live input and source providers\n");
+    // The manager (never destroyed) keeps its providers; the heartbeat thread ends with the
+    // process. Nothing of the library runs at exit but closing the engine gate.
+    return 0;
 }
