@@ -9,8 +9,9 @@
  *
  * Delivery thread: device, service, data and button notifications posted here are copied,
  * queued and delivered by one worker thread of the engine, as the real engine calls back from
- * its own threads. perix_sim_peer_flush waits until the queue is empty. The worker stops on
- * perix_sim_reset and when the engine is unloaded.
+ * its own threads. perix_sim_peer_flush waits until the queue is empty. The worker lives in the
+ * engine's core, so it outlives the library's unload of the engine module; it stops on
+ * perix_sim_reset and is never joined at process exit (that hangs under wine).
  *
  * All functions are safe to call from any thread, except perix_sim_peer_flush and
  * perix_sim_reset from inside a delivered callback (they would wait for themselves). */

@@ -8,7 +8,7 @@
  *
  * Audio and partial-refresh deliveries are queued (the payload is copied) and made in order by one worker thread,
  * started on the first delivery and stopped by perix_sim_streams_reset (also run by
- * perix_sim_reset) or when the engine is unloaded. All functions are safe from any thread
+ * perix_sim_reset). It lives in the engine's core and is never joined at process exit. All functions are safe from any thread
  * except that reset and flush must not be called from inside a delivered callback. */
 #ifndef PERIX_SIM_STREAMS_H_
 #define PERIX_SIM_STREAMS_H_

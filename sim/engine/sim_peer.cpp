@@ -84,11 +84,17 @@ struct Peer {
     }
 
     void Deliver(const Notice& n) {
+        const int result = n.raw ? DeliverRaw(n) : DeliverCopies(n);
+        delivered.fetch_add(1, std::memory_order_relaxed);
+        if (result != -1) {
+            deliveredToCallback.fetch_add(1, std::memory_order_relaxed);
+        }
+    }
+
+    // Builds the records of a well-formed notification from its copied texts and bytes.
+    static int DeliverCopies(const Notice& n) {
         int result = -1;
-        switch (n.raw ? -1 : n.kind) {
-            case -1:
-                result = DeliverRaw(n);
-                break;
+        switch (n.kind) {
             case Notice::kDevice: {
                 PerixDeviceChangeNotify record{n.deviceId.data(),
                                                static_cast<uint32_t>(n.deviceId.size()),
@@ -130,10 +136,7 @@ struct Peer {
                 break;
             }
         }
-        delivered.fetch_add(1, std::memory_order_relaxed);
-        if (result != -1) {
-            deliveredToCallback.fetch_add(1, std::memory_order_relaxed);
-        }
+        return result;
     }
 
     int Post(Notice&& notice) {
