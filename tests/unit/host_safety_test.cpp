@@ -269,6 +269,15 @@ TEST_F(HostSafety, CDestroyAndFinalizeWaitForTheCallStillInsideTheEngine) {
     device.connect_type = 1;
     ASSERT_EQ(0, orbperix_sink_connect_device(sink, &device));
     perix_sim_set_slot_delay(PERIX_SIM_MAIN, 8, 200);  // PERIXGetConnectionStatus
+    static std::atomic<bool> inEngine;
+    inEngine = false;
+    perix_sim_set_call_hook(
+        [](void*, int table, int slot, void*) {
+            if (table == PERIX_SIM_MAIN && slot == 8) {
+                inEngine = true;
+            }
+        },
+        nullptr);
     std::atomic<bool> started{false};
     std::atomic<bool> returned{false};
     int status = -100;
@@ -278,11 +287,12 @@ TEST_F(HostSafety, CDestroyAndFinalizeWaitForTheCallStillInsideTheEngine) {
         returned = true;
     });
     ASSERT_TRUE(WaitFor(started));
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    ASSERT_TRUE(WaitFor(inEngine)) << "the call reached the engine";
     EXPECT_EQ(1, orbperix_destroy_sink_provider(sink));
     EXPECT_TRUE(returned.load()) << "destroy returned while the call was still in the engine";
     orbperix_finalize();
     caller.join();
+    perix_sim_set_call_hook(nullptr, nullptr);
     EXPECT_EQ(0, status);
     EXPECT_EQ(0, perix_sim_engine_mapped());
     EXPECT_EQ(ORBPERIX_C_BAD_HANDLE, orbperix_sink_get_connection_status(sink));
