@@ -158,6 +158,8 @@ typedef void (*perix_sim_call_hook)(void* context, int table, int slot, void* ha
 PERIX_SIM_API void perix_sim_set_call_hook(perix_sim_call_hook hook, void* context);
 /* The slot sleeps `ms` milliseconds before it returns (0: no delay), to open race windows. */
 PERIX_SIM_API void perix_sim_set_slot_delay(int table, int slot, uint32_t ms);
+/* Slot calls of the four tables that have entered and not yet returned (delay included). */
+PERIX_SIM_API int perix_sim_calls_in_flight(void);
 /* Called inside the releasing PERIXReleaseServiceHandle, on the calling thread, before it
  * waits for other threads' callbacks and frees the handle (so a test can fire or post
  * notifications during a release). Null removes it. */

@@ -67,6 +67,8 @@ struct Strict {
     std::atomic<uint32_t> delays[kTables][kMaxSlots] = {};
     std::atomic<int> violations{0};
     std::atomic<bool> abortOnViolation{true};
+    // Slot calls between SlotScope's constructor and the end of its destructor.
+    std::atomic<int> callsInFlight{0};
 };
 
 Strict& S() {
@@ -102,6 +104,7 @@ void Violation(const char* what) {
 SlotScope::SlotScope(int table, int slot, void* handle, bool takesHandle)
     : table_(table), slot_(slot) {
     Strict& s = S();
+    s.callsInFlight.fetch_add(1);
     if (s.anyCallHook.load(std::memory_order_relaxed)) {
         perix_sim_call_hook hook = nullptr;
         void* context = nullptr;
@@ -133,13 +136,14 @@ SlotScope::SlotScope(int table, int slot, void* handle, bool takesHandle)
 }
 
 SlotScope::~SlotScope() {
-    if (!ValidSlot(table_, slot_)) {
-        return;
+    Strict& s = S();
+    if (ValidSlot(table_, slot_)) {
+        const uint32_t ms = s.delays[table_][slot_].load(std::memory_order_relaxed);
+        if (ms != 0) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(ms));
+        }
     }
-    const uint32_t ms = S().delays[table_][slot_].load(std::memory_order_relaxed);
-    if (ms != 0) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(ms));
-    }
+    s.callsInFlight.fetch_sub(1);
 }
 
 void* CreateHandle() {
@@ -282,6 +286,8 @@ int perix_sim_handle_is_released(void* handle) {
 }
 
 int perix_sim_violation_count(void) { return S().violations.load(); }
+
+int perix_sim_calls_in_flight(void) { return S().callsInFlight.load(); }
 
 void perix_sim_set_abort_on_violation(int on) { S().abortOnViolation.store(on != 0); }
 

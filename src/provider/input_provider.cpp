@@ -16,6 +16,14 @@ constexpr const char* kInitScope = "OrbPerix::InputProvider::Init";
 // Registered with the button channel by address; one record for every input provider, valid
 // for as long as the library is loaded.
 constexpr PerixButtonCallback kButtonCallback{&InputProvider::ButtonNotify};
+
+// The heartbeat thread's callable. A type of internal linkage keeps std::thread's state
+// instantiation (its vtable and typeinfo) out of the library's exported symbols, which a
+// function pointer over the provider's own types would not.
+struct HeartbeatEntry {
+    std::shared_ptr<InputProvider::HeartbeatControl> control;
+    void operator()() const { InputProvider::ButtonHeart(control); }
+};
 }  // namespace
 
 InputState& InputGlobals() noexcept {
@@ -52,7 +60,7 @@ int InputProvider::Init() {
     StopOwnHeartbeat();
     try {
         heartbeatControl_ = std::make_shared<HeartbeatControl>();
-        heartbeat_ = std::thread(&InputProvider::ButtonHeart, heartbeatControl_);
+        heartbeat_ = std::thread(HeartbeatEntry{heartbeatControl_});
     } catch (const std::system_error& error) {
         log::Trace(LOG_MESSAGE_ERROR, kInitScope, "Init, start heartbeat thread failed: ",
                    error.code().value());

@@ -101,7 +101,6 @@ public:
     // Milliseconds since the time base, truncated to 32 bits.
     static uint32_t NowMilliseconds() noexcept;
 
-private:
     // Shared by a provider and its heartbeat thread, so that the thread never reads a
     // destroyed provider (it may be let go rather than joined).
     struct HeartbeatControl {
@@ -111,7 +110,10 @@ private:
         // flag before its loop sees Init's value.
         std::atomic<bool> released{false};
     };
+    // The heartbeat thread's body.
     static void ButtonHeart(std::shared_ptr<HeartbeatControl> control);
+
+private:
     // Stops this provider's own heartbeat thread (not the process-wide flag) and joins it.
     void StopOwnHeartbeat() noexcept;
 
