@@ -49,6 +49,7 @@ forbid 'RemoteUtil::RemoteController::'
 forbid 'RemoteUtil::(AddTimeStamp|DoPaddingOperation)'
 forbid 'OrbPerix::(Input|Source|Sink|Base)Provider::'
 forbid 'hostlibs::'
+forbid 'OrbPerix::capture::'
 count=$(grep -cE '(OrbPerix|RemoteUtil|ICast)' <<<"$symbols" || true)
 echo "check-exports: $platform: $count interface symbols exported; $([ $status -eq 0 ] && echo ok || echo FAILED)"
 exit $status

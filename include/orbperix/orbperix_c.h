@@ -512,6 +512,34 @@ ORBPERIX_API int orbperix_cast_session_set_property(
     orbperix_cast_session_handle session, const orbperix_cast_session_property* property);
 ORBPERIX_API int orbperix_cast_session_release(orbperix_cast_session_handle session);
 
+/* ---- Capture ----
+ * Records every call into the engine, every engine notification and every listener call into
+ * a pcapng file (Wireshark with tools/capture/orbperix.lua, or orbperix-inspect). Off by
+ * default; the environment variable ORBPERIX_CAPTURE=<file> starts one at initialisation
+ * (ORBPERIX_CAPTURE_TEXT=1 adds the typed text). Recording never blocks a host or engine
+ * thread: when the writer falls behind, records are dropped and counted in the file's
+ * statistics block. orbperix_finalize and process exit stop the capture too. */
+
+/* Also record the text a user typed (text-input and message events); without it those bytes
+ * are written as zeros. */
+#define ORBPERIX_CAPTURE_USER_TEXT 0x1u
+
+typedef struct orbperix_capture_options {
+    uint32_t flags;          /* ORBPERIX_CAPTURE_* bits */
+    uint32_t payload_cap;    /* bytes kept of each audio, refresh and binary buffer (at most
+                                1536); remote-control packets and button data are kept whole */
+    uint32_t queue_records;  /* records the queue holds before it drops (0: 4096) */
+} orbperix_capture_options;
+
+/* Starts a capture into the file `path` (UTF-8; replaced if it exists). `options` may be null
+ * (no typed text, 64 payload bytes, 4096 records). Returns 0; -2 without a path; -4 when a
+ * capture runs already; -13 when the file cannot be written (one error line; the session
+ * goes on uncaptured); -3 without memory. */
+ORBPERIX_API int orbperix_capture_start(const char* path, const orbperix_capture_options* options);
+/* Flushes what was queued, writes the statistics block and closes the file. Returns 0, or -4
+ * when no capture runs (or the running one already ended on a write error, logged then). */
+ORBPERIX_API int orbperix_capture_stop(void);
+
 #ifdef __cplusplus
 }
 #endif

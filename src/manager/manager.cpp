@@ -4,6 +4,7 @@
 // Runs on the host thread that calls Initialize/Finalize; the host serialises these calls.
 #include <cstring>
 
+#include "capture/capture.h"
 #include "engine/engine_gate.h"
 #include "log/log.h"
 #include "orbperix/manager.h"
@@ -96,6 +97,7 @@ int PERIXProviderManager::GetPerixHandlerFunc() {
 
 int PERIXProviderManager::Initialize(tagPERIXLogFuncGroup* logFuncs, std::string initText) {
     log::Manager(LOG_MESSAGE_INFO, kInitializeScope, "PERIXProviderManager Initalize begin.");
+    capture::StartFromEnvironment();
     if (isInitialized) {
         log::Manager(LOG_MESSAGE_ERROR, kInitializeScope,
                      "PERIXProviderManager already Initalized.");
@@ -170,6 +172,8 @@ void PERIXProviderManager::Finalize() {
         return;
     }
     isInitialized = false;
+    // The capture ends with the session it recorded (flushed and closed).
+    capture::Stop();
     // From here on no call enters the engine; the ones inside it finish before it goes.
     if (!engine::CloseAndDrain(kDrainTimeoutMs)) {
         // The engine is still running code of a call (possibly below us on this very stack):

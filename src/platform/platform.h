@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <string>
 
 namespace OrbPerix {
@@ -62,6 +63,14 @@ bool ProcessIsExiting() noexcept;
 // false when the platform offers no such barrier (callers then order both sides themselves).
 bool PrepareHeavyBarrier() noexcept;
 void HeavyBarrier() noexcept;
+
+// A number naming the calling thread to a person reading a capture or a debugger (the kernel's
+// thread id); cheap after the first call on a thread.
+uint64_t CurrentThreadId() noexcept;
+
+// Opens `utf8Path` for writing in binary mode, truncating it; null on failure, with the
+// system's reason in *reason (when not null).
+std::FILE* OpenFileForWriting(const char* utf8Path, std::string* reason) noexcept;
 
 // Suspends the calling thread for about `milliseconds`.
 void SleepMilliseconds(uint32_t milliseconds);

@@ -122,6 +122,22 @@ void HeavyBarrier() noexcept {
     syscall(__NR_membarrier, MEMBARRIER_CMD_PRIVATE_EXPEDITED, 0, 0);
 }
 
+uint64_t CurrentThreadId() noexcept {
+    thread_local uint64_t id = static_cast<uint64_t>(syscall(SYS_gettid));
+    return id;
+}
+
+std::FILE* OpenFileForWriting(const char* utf8Path, std::string* reason) noexcept {
+    std::FILE* file = utf8Path != nullptr ? std::fopen(utf8Path, "wb") : nullptr;
+    if (file == nullptr && reason != nullptr) {
+        try {
+            *reason = utf8Path == nullptr ? "no path" : std::strerror(errno);
+        } catch (...) {
+        }
+    }
+    return file;
+}
+
 void SleepMilliseconds(uint32_t milliseconds) {
     timespec delay{};
     delay.tv_sec = static_cast<time_t>(milliseconds / 1000U);

@@ -8,7 +8,9 @@
 #include <windows.h>
 #include <shlwapi.h>
 
+#include <cerrno>
 #include <cstring>
+#include <new>
 
 #include "platform/platform.h"
 
@@ -121,6 +123,27 @@ bool ProcessIsExiting() noexcept {
         return reinterpret_cast<ShutdownInProgressFn>(reinterpret_cast<void (*)(void)>(proc));
     }();
     return shutdownInProgress != nullptr && shutdownInProgress() != FALSE;
+}
+
+uint64_t CurrentThreadId() noexcept { return GetCurrentThreadId(); }
+
+std::FILE* OpenFileForWriting(const char* utf8Path, std::string* reason) noexcept {
+    std::FILE* file = nullptr;
+    const int wide = utf8Path != nullptr
+                         ? MultiByteToWideChar(CP_UTF8, 0, utf8Path, -1, nullptr, 0)
+                         : 0;
+    wchar_t* path = wide > 0 ? new (std::nothrow) wchar_t[static_cast<size_t>(wide)] : nullptr;
+    if (path != nullptr && MultiByteToWideChar(CP_UTF8, 0, utf8Path, -1, path, wide) == wide) {
+        file = _wfopen(path, L"wb");
+    }
+    delete[] path;
+    if (file == nullptr && reason != nullptr) {
+        try {
+            *reason = wide <= 0 ? "not a UTF-8 path" : std::strerror(errno);
+        } catch (...) {
+        }
+    }
+    return file;
 }
 
 void SleepMilliseconds(uint32_t milliseconds) {

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "log/log.h"
+#include "capture/capture.h"
 #include "engine/engine_gate.h"
 #include "platform/platform.h"
 #include "provider/delivery.h"
@@ -36,6 +37,10 @@ void BaseProvider::DeviceChange(SessionStore& sessions, void* handle,
         log::Trace(LOG_MESSAGE_ERROR, kScope, "On DeviceChange, notify is null");
         return;
     }
+    if (capture::On()) {
+        capture::Notification({kEvent, handle, notify->deviceId, notify->deviceIdLen, nullptr, 0,
+                               notify->word0, capture::PayloadKind::kNone, nullptr, 0});
+    }
     SessionFacts facts;
     if (!sessions.LookupByHandle(handle, &facts, nullptr) ||
         facts.listener.onDeviceChange == nullptr) {
@@ -63,6 +68,11 @@ void BaseProvider::DeviceServiceChange(SessionStore& sessions, void* handle,
     if (notify == nullptr) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "On DeviceServiceChange, notify is null");
         return;
+    }
+    if (capture::On()) {
+        capture::Notification({kEvent, handle, notify->deviceId, notify->deviceIdLen,
+                               notify->serviceId, notify->serviceIdLen, notify->word0,
+                               capture::PayloadKind::kNone, nullptr, 0});
     }
     SessionFacts facts;
     if (!sessions.LookupByHandle(handle, &facts, nullptr) ||
@@ -93,6 +103,10 @@ void BaseProvider::DataReceive(SessionStore& sessions, void* handle,
     if (data == nullptr || data->data == nullptr) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "On DataReceive, data is null");
         return;
+    }
+    if (capture::On()) {
+        capture::Notification({kEvent, handle, nullptr, 0, nullptr, 0, data->word0,
+                               capture::PayloadKind::kBinary, data->data, data->len});
     }
     SessionFacts facts;
     std::string deviceId;

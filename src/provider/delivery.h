@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <string_view>
 
+#include "capture/capture.h"
 #include "provider/session_store.h"
 
 namespace OrbPerix {
@@ -64,11 +65,18 @@ template <typename Call>
 bool CallListener(const char* scope, const char* event, const HostRoute& route,
                   Call&& call) noexcept {
     detail::RouteScope current(&route);
+    const uint64_t captureStart = capture::On() ? capture::Now() : 0;
     try {
         call();
+        if (captureStart != 0) {
+            capture::Listener(event, captureStart, false);
+        }
         return true;
     } catch (...) {
         detail::LogListenerThrew(scope, event);
+        if (captureStart != 0) {
+            capture::Listener(event, captureStart, true);
+        }
         return false;
     }
 }

@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "capture/traced_call.h"
 #include "engine/engine_gate.h"
 #include "log/log.h"
 #include "platform/platform.h"
@@ -106,6 +107,12 @@ int InputProvider::ButtonNotify(const void* identityRecord, const void* notifyRe
     engine::CallbackScope inCallback;
     const auto* identity = static_cast<const PerixButtonIdentity*>(identityRecord);
     const auto* notify = static_cast<const PerixButtonNotify*>(notifyRecord);
+    if (capture::On() && identity != nullptr && notify != nullptr) {
+        capture::Notification({kEvent, nullptr, identity->deviceId, identity->deviceIdLen,
+                               identity->serviceId, identity->serviceIdLen, notify->word0,
+                               capture::PayloadKind::kButtonData, notify->dataExtend,
+                               notify->dataLen});
+    }
     SessionFacts facts;
     // A missing record names no session, so it is reported as a missing listener.
     if (identity == nullptr || notify == nullptr || identity->deviceId == nullptr ||
@@ -176,7 +183,11 @@ void InputProvider::SendButtonHeart(uint8_t* buffer) {
     if (!pass || load.button.ButtonWriteStreamBuffer == nullptr) {
         return;
     }
-    const int written = load.button.ButtonWriteStreamBuffer(&identity, &packet);
+    const int written =
+        capture::On() ? capture::TracedCall(capture::PayloadKind::kHeartbeat, load,
+                                            load.button.ButtonWriteStreamBuffer, &identity,
+                                            &packet)
+                      : load.button.ButtonWriteStreamBuffer(&identity, &packet);
     if (written != 0) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "SendButtonHeart failed with ret=", written);
     }

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <new>
 
+#include "capture/capture.h"
 #include "log/log.h"
 #include "orbperix/remote_event.h"
 #include "provider/input_provider.h"
@@ -57,6 +58,8 @@ int InputProvider::PostRemoteCtrlEvent(ServiceInfo* service, RemoteCtrlEvent* ev
         log::Trace(LOG_MESSAGE_ERROR, kScope, "serviceHandler is null, Please Connect device first.");
         return -4;
     }
+    // The button write below is recorded as this event's packet.
+    capture::PostScope post;
     const uint32_t size = SendBufferSize(event->type);
     uint8_t* buffer = new (std::nothrow) uint8_t[size + kTimestampSpare];
     if (buffer == nullptr) {

@@ -25,6 +25,7 @@ struct AudioChannel {
     static constexpr auto kListener = &ProviderListener::onAudioData;
     static constexpr const char* kScope = "OrbPerix::SourceProvider::AudioNotify";
     static constexpr const char* kEvent = "On AudioNotify";
+    static constexpr capture::PayloadKind kPayloadKind = capture::PayloadKind::kAudio;
     static constexpr const char* kNoListener = "On AudioNotify, Listen function is null";
     static constexpr const char* kNewFailed = "On AudioNotify, new dataExtend failed: , dataLen: ";
     static constexpr const char* kCopyFailed = "AudioNotify, copy data failed: ";

@@ -25,6 +25,7 @@ struct RefreshChannel {
     static constexpr auto kListener = &ProviderListener::onPartialRefreshData;
     static constexpr const char* kScope = "OrbPerix::SourceProvider::PartialRefreshNotify";
     static constexpr const char* kEvent = "On PartialRefreshNotify";
+    static constexpr capture::PayloadKind kPayloadKind = capture::PayloadKind::kRefresh;
     static constexpr const char* kNoListener = "On PartialRefreshNotify, Listen function is null";
     static constexpr const char* kNewFailed =
         "On PartialRefreshNotify, new dataExtend failed: , dataLen: ";

@@ -15,6 +15,7 @@
 #include <string>
 #include <string_view>
 
+#include "capture/capture.h"
 #include "engine/engine_gate.h"
 #include "log/log.h"
 #include "provider/delivery.h"
@@ -31,6 +32,11 @@ int DeliverStream(const void* serviceIdRecord, const void* dataRecord) noexcept 
     const auto* notify = static_cast<const PerixStreamNotify*>(dataRecord);
     if (id == nullptr || notify == nullptr) {
         return kMalformedRecord;
+    }
+    if (capture::On()) {
+        capture::Notification({Channel::kEvent, nullptr, id->deviceId, id->deviceIdLen,
+                               id->serviceId, id->serviceIdLen, id->serviceType,
+                               Channel::kPayloadKind, notify->data, notify->dataLen});
     }
     if (!CheckEngineText(Channel::kScope, Channel::kEvent, "deviceId", id->deviceId,
                          id->deviceIdLen)) {
