@@ -34,3 +34,6 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/OrbPerixConfigVersion.cma
   COMPATIBILITY SameMajorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/OrbPerixConfig.cmake ${PROJECT_BINARY_DIR}/OrbPerixConfigVersion.cmake
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/OrbPerix)
+# The Wireshark dissector for capture files (ORBPERIX_CAPTURE / orbperix_capture_start).
+install(FILES ${PROJECT_SOURCE_DIR}/tools/capture/orbperix.lua
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/orbperix/wireshark)

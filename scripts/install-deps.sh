@@ -2,7 +2,7 @@
 # Installs the Debian packages the build and the tests need, when missing (needs root).
 set -euo pipefail
 PACKAGES=(g++ cmake ninja-build googletest libgtest-dev libbenchmark-dev clang libclang-rt-14-dev
-          g++-mingw-w64-x86-64-posix wine64 python3 binutils-mingw-w64-x86-64)
+          g++-mingw-w64-x86-64-posix wine64 python3 binutils-mingw-w64-x86-64 tshark)
 missing=()
 for p in "${PACKAGES[@]}"; do
   dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")

@@ -66,6 +66,7 @@ if step linux-configure cmake --preset linux && step linux-build cmake --build -
   step linux-exports scripts/check-exports.sh linux build/linux || true
   step linux-consumer scripts/consumer.sh linux || true
   step python-demo python3 examples/python/demo.py --check || true
+  step linux-capture scripts/check-capture.sh linux || true
 fi
 
 # ---- Windows (mingw-w64, tests under wine) ----
@@ -73,6 +74,7 @@ if step windows-configure cmake --preset windows && step windows-build cmake --b
   run_ctest windows windows
   step windows-exports scripts/check-exports.sh windows build/windows || true
   step windows-consumer scripts/consumer.sh windows || true
+  step windows-capture scripts/check-capture.sh windows || true
 fi
 
 # ---- Sanitizers (Linux) ----

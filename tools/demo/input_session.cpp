@@ -79,6 +79,30 @@ std::vector<RemoteCtrlEvent> EveryKind() {
     return events;
 }
 
+// The event's kind and coordinates as posted (whole numbers, as the packet carries them), one
+// line a script can compare with a capture of the session.
+void ShowPosted(const RemoteCtrlEvent& event) {
+    std::string xs;
+    std::string ys;
+    auto add = [&](double x, double y) {
+        xs += (xs.empty() ? "" : ",") + std::to_string(static_cast<int>(x));
+        ys += (ys.empty() ? "" : ",") + std::to_string(static_cast<int>(y));
+    };
+    const RemoteCtrlPayload& p = event.payload;
+    switch (event.type) {
+        case 0:
+            for (uint32_t i = 0; i < p.touch.pointerCount && i < 10; ++i) add(p.touch.x[i], p.touch.y[i]);
+            break;
+        case 2: add(p.zoom.x, p.zoom.y); break;
+        case 6: add(p.mouse.coords[0], p.mouse.coords[1]); break;
+        case 8: add(p.wheel.x, p.wheel.y); break;
+        case 9: add(p.virtualKey.x, p.virtualKey.y); break;
+        default: break;
+    }
+    DemoDetail("posted type=%u action=%u x=%s y=%s", event.type,
+               event.type == 2 ? 0u : p.mouse.action, xs.c_str(), ys.c_str());
+}
+
 bool Expect(const char* what, int result, int expected = 0) {
     DemoStep(what, result);
     if (result != expected) {
@@ -124,6 +148,7 @@ bool RunInputSession(OrbPerix::PERIXProviderManager& manager) {
         const int result = provider->PostRemoteCtrlEvent(&service, &event);
         const std::string what = "PostRemoteCtrlEvent type " + std::to_string(event.type);
         ok = Expect(what.c_str(), result) && ok;
+        ShowPosted(event);
         perix_sim_packet packet{};
         if (perix_sim_peer_packet_count() == before + 1 &&
             perix_sim_peer_get_packet(before, &packet) == 0) {
@@ -163,6 +188,7 @@ bool RunInputSession(OrbPerix::PERIXProviderManager& manager) {
     ok = Expect("DisconnectDevice demo-tablet", provider->DisconnectDevice(&info)) && ok;
     provider->DeInit();
     DemoStep("InputProvider DeInit (heartbeat thread joined)", 0);
+    DemoDetail("heartbeats written in total: %d", perix_sim_peer_heartbeat_count());
     const bool destroyed = manager.DestoryInputProvider(provider);
     DemoStep("DestoryInputProvider", destroyed ? 0 : -1);
     ok = ok && destroyed;
