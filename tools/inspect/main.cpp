@@ -4,16 +4,21 @@
 //   orbperix-inspect 00 00 00 1A 00 00 00 00 00 00 0E 00 09 ...   (one packet, any spacing)
 //   orbperix-inspect 0000001A000000000000...                       (the same as one string)
 //   orbperix-inspect < packets.txt                                 (one packet per line)
+//   orbperix-inspect --capture FILE.pcapng [--svg TIMELINE.svg]    (a capture: summary, picture)
 //
 // Exit status: 0 when every packet decodes, 1 when any is malformed (its reason is printed),
-// 2 for input that is not hex.
+// 2 for input that is not hex. For a capture: 0, or 1 for a file that is truncated, foreign or
+// corrupt (the message names the offset) or an SVG that cannot be written.
 #include <cctype>
 #include <cstdint>
 #include <cstdio>
+#include <fstream>
 #include <iostream>
 #include <string>
 #include <vector>
 
+#include "capture_reader.h"
+#include "capture_summary.h"
 #include "packet_decoder.h"
 
 namespace {
@@ -73,11 +78,36 @@ int Inspect(const std::string& text, const std::string& label) {
     return 0;
 }
 
+// Reads a capture, prints its summary and, when asked, writes its timeline picture.
+int InspectCapture(const std::string& path, const std::string& svgPath) {
+    OrbPerix::capture_file::Capture capture;
+    std::string error;
+    if (!OrbPerix::capture_file::ReadCaptureFile(path, &capture, &error)) {
+        std::cout << path << ": not a readable OrbPerix capture: " << error << "\n";
+        return 1;
+    }
+    OrbPerix::inspect::WriteSummary(capture, std::cout);
+    if (!svgPath.empty()) {
+        std::ofstream svg(svgPath);
+        OrbPerix::inspect::WriteTimeline(capture, svg);
+        svg.close();
+        if (!svg) {
+            std::cout << svgPath << ": cannot write the timeline\n";
+            return 1;
+        }
+        std::cout << "\ntimeline written to " << svgPath << "\n";
+    }
+    return 0;
+}
+
 void Usage() {
     std::cout << "usage: orbperix-inspect [HEX...]\n"
                  "  Decodes one remote-control packet given as hex arguments, or one packet\n"
                  "  per line from standard input when no argument is given.\n"
-                 "  Exit status: 0 all decoded, 1 a packet is malformed, 2 input is not hex.\n";
+                 "  Exit status: 0 all decoded, 1 a packet is malformed, 2 input is not hex.\n"
+                 "usage: orbperix-inspect --capture FILE [--svg OUT.svg]\n"
+                 "  Summarises a capture (ORBPERIX_CAPTURE / orbperix_capture_start) and draws\n"
+                 "  its timeline. Exit status 1 for a truncated, foreign or corrupt file.\n";
 }
 
 }  // namespace
@@ -88,6 +118,13 @@ int main(int argc, char** argv) {
         if (first == "-h" || first == "--help") {
             Usage();
             return 0;
+        }
+        if (first == "--capture") {
+            if (argc == 3 || (argc == 5 && std::string(argv[3]) == "--svg")) {
+                return InspectCapture(argv[2], argc == 5 ? argv[4] : "");
+            }
+            Usage();
+            return 2;
         }
         std::string text;
         for (int i = 1; i < argc; ++i) {
