@@ -6,29 +6,24 @@
 
 namespace OrbPerix {
 namespace capture {
-namespace {
-
-// The kind of bytes an operation's data buffer holds; button writes of a post are told apart
-// by the caller's PostScope.
-PayloadKind DataKindOf(const char* name) noexcept {
-    if (std::strcmp(name, "Button.ButtonWriteStreamBuffer") == 0) {
-        return PostTime() != 0 ? PayloadKind::kRemoteControl : PayloadKind::kButtonData;
-    }
-    if (std::strcmp(name, "Audio.AudioWriteStreamBuffer") == 0) {
-        return PayloadKind::kAudio;
-    }
-    if (std::strcmp(name, "Refresh.PartialRefreshWriteStreamBuffer") == 0) {
-        return PayloadKind::kRefresh;
-    }
-    if (std::strcmp(name, "Main.PERIXSendBinaryData") == 0) {
-        return PayloadKind::kBinary;
-    }
-    return PayloadKind::kNone;
-}
-
-}  // namespace
 
 Operation IdentifyOperation(const EngineLoad& load, void (*entry)(void)) noexcept {
+    // The data-carrying writes first: they are most of the records, and their payload kind
+    // goes with them (button writes of a post are told apart by the caller's PostScope).
+    if (entry == reinterpret_cast<void (*)(void)>(load.button.ButtonWriteStreamBuffer)) {
+        return Operation{"Button.ButtonWriteStreamBuffer", PostTime() != 0
+                                                               ? PayloadKind::kRemoteControl
+                                                               : PayloadKind::kButtonData};
+    }
+    if (entry == reinterpret_cast<void (*)(void)>(load.audio.AudioWriteStreamBuffer)) {
+        return Operation{"Audio.AudioWriteStreamBuffer", PayloadKind::kAudio};
+    }
+    if (entry == reinterpret_cast<void (*)(void)>(load.refresh.PartialRefreshWriteStreamBuffer)) {
+        return Operation{"Refresh.PartialRefreshWriteStreamBuffer", PayloadKind::kRefresh};
+    }
+    if (entry == reinterpret_cast<void (*)(void)>(load.main.PERIXSendBinaryData)) {
+        return Operation{"Main.PERIXSendBinaryData", PayloadKind::kBinary};
+    }
     const char* name = "Engine.unknown";
     // First match in table order; an engine that fills two slots with one function is named
     // by the first.
@@ -55,7 +50,7 @@ Operation IdentifyOperation(const EngineLoad& load, void (*entry)(void)) noexcep
     if (found != nullptr) {
         name = found;
     }
-    return Operation{name, DataKindOf(name)};
+    return Operation{name, PayloadKind::kNone};
 }
 
 void Describe(Record& record, const PERIXInfo* info) noexcept {
