@@ -59,29 +59,30 @@ std::string BenchFile(const char* name) {
     return OrbPerix::platform::ExecutableDirectory() + "/" + name;
 }
 
-void BM_GateCall_NoCaptureCode(benchmark::State& state) {
+// Runs one engine call per iteration through `gate` (the gate as built, or the bare one).
+template <typename Gate>
+void RunGateCalls(benchmark::State& state, Gate gate) {
     Engine e;
     if (e.load == nullptr) {
         state.SkipWithError("no engine (is liborbperix beside the benchmark?)");
         return;
     }
     for (auto _ : state) {
-        benchmark::DoNotOptimize(
-            BareCall(*e.load, e.load->button.ButtonWriteStreamBuffer, &e.identity, &e.buffer));
+        benchmark::DoNotOptimize(gate(*e.load, &e.identity, &e.buffer));
     }
+}
+
+void BM_GateCall_NoCaptureCode(benchmark::State& state) {
+    RunGateCalls(state, [](const EngineLoad& load, PerixButtonIdentity* id, PerixDataBuffer* b) {
+        return BareCall(load, load.button.ButtonWriteStreamBuffer, id, b);
+    });
 }
 BENCHMARK(BM_GateCall_NoCaptureCode);
 
 void BM_GateCall_CaptureOff(benchmark::State& state) {
-    Engine e;
-    if (e.load == nullptr) {
-        state.SkipWithError("no engine (is liborbperix beside the benchmark?)");
-        return;
-    }
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(
-            engine::Call(*e.load, e.load->button.ButtonWriteStreamBuffer, &e.identity, &e.buffer));
-    }
+    RunGateCalls(state, [](const EngineLoad& load, PerixButtonIdentity* id, PerixDataBuffer* b) {
+        return engine::Call(load, load.button.ButtonWriteStreamBuffer, id, b);
+    });
 }
 BENCHMARK(BM_GateCall_CaptureOff);
 
