@@ -59,7 +59,11 @@ Session& TheSession() {
     return *session;
 }
 
-int64_t g_frequency = 0;  // set before the first capture goes live; read-only afterwards
+// The counter's frequency, read at each Start (the same value every time).
+std::atomic<int64_t> g_frequency{0};
+// ORBPERIX_CAPTURE is honoured at the first Initialize only: a later one would overwrite the
+// capture of the earlier session. Host thread (Initialize) only.
+bool g_environmentUsed = false;
 
 // Writes the buffered blocks. False (and the capture ended, with one line) on a write error.
 bool FlushBuffer(Session& s) noexcept {
@@ -197,7 +201,7 @@ void CloseAtExit() {
 
 uint64_t Now() noexcept {
     const int64_t counter = platform::PerformanceCounter();
-    const int64_t frequency = g_frequency;
+    const int64_t frequency = g_frequency.load(std::memory_order_relaxed);
     if (frequency == 1000000000 || frequency <= 0) {
         return static_cast<uint64_t>(counter);
     }
@@ -220,7 +224,7 @@ int Start(const char* path, const Options& options) noexcept {
         }
         StopLocked(s);  // the last capture ended on a write error: clear it away
     }
-    g_frequency = platform::PerformanceFrequency();
+    g_frequency.store(platform::PerformanceFrequency(), std::memory_order_relaxed);
     std::string reason;
     std::FILE* file = platform::OpenFileForWriting(path, &reason);
     if (file == nullptr) {
@@ -291,9 +295,10 @@ int Stop() noexcept {
 
 void StartFromEnvironment() noexcept {
     const char* path = std::getenv("ORBPERIX_CAPTURE");
-    if (path == nullptr || path[0] == '\0' || On()) {
+    if (path == nullptr || path[0] == '\0' || g_environmentUsed || On()) {
         return;
     }
+    g_environmentUsed = true;
     Options options;
     const char* text = std::getenv("ORBPERIX_CAPTURE_TEXT");
     if (text != nullptr && std::strcmp(text, "1") == 0) {
@@ -387,7 +392,12 @@ void Record::Submit(uint64_t start, uint64_t end) noexcept {
         s.producers.fetch_sub(1, std::memory_order_release);
         return;
     }
-    uint8_t bytes[kMaxRecordSize];
+    RecordRing::Cell* cell = s.ring.TryClaim();
+    if (cell == nullptr) {
+        s.producers.fetch_sub(1, std::memory_order_release);
+        return;
+    }
+    uint8_t* bytes = cell->bytes;  // built in place: the consumer reads it only after Publish
     const bool whole = kind_ == PayloadKind::kRemoteControl || kind_ == PayloadKind::kHeartbeat ||
                        kind_ == PayloadKind::kButtonData;
     const size_t cap = whole ? kMaxCapturedPayload : s.payloadCap.load(std::memory_order_relaxed);
@@ -433,7 +443,9 @@ void Record::Submit(uint64_t start, uint64_t end) noexcept {
     PutLE(bytes + kOffCapturedLength, captured, 2);
     PutLE(bytes + 58, 0, 2);
     size += captured;
-    s.ring.TryPush(start, bytes, static_cast<uint32_t>(size));
+    cell->time = start;
+    cell->length = static_cast<uint32_t>(size);
+    s.ring.Publish(cell);
     s.producers.fetch_sub(1, std::memory_order_release);
 }
 

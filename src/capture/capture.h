@@ -54,7 +54,8 @@ int Start(const char* path, const Options& options) noexcept;
 // Flushes and closes the running capture; kWrongState when none runs (or it already ended
 // after a write error).
 int Stop() noexcept;
-// Initialize: starts a capture named by ORBPERIX_CAPTURE, unless one runs already.
+// Initialize: starts a capture named by ORBPERIX_CAPTURE, unless one runs already. Only the
+// first Initialize of the process does (a later one would overwrite the file).
 // ORBPERIX_CAPTURE_TEXT=1 adds kOptionUserText.
 void StartFromEnvironment() noexcept;
 // Records written and dropped by the running (or last) capture so far.

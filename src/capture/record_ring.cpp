@@ -32,10 +32,10 @@ void RecordRing::Free() noexcept {
     mask_ = 0;
 }
 
-bool RecordRing::TryPush(uint64_t time, const uint8_t* record, uint32_t length) noexcept {
-    if (cells_ == nullptr || length > kMaxRecordSize) {
+RecordRing::Cell* RecordRing::TryClaim() noexcept {
+    if (cells_ == nullptr) {
         dropped_.fetch_add(1, std::memory_order_relaxed);
-        return false;
+        return nullptr;
     }
     uint64_t position = tail_.load(std::memory_order_relaxed);
     for (;;) {
@@ -44,20 +44,38 @@ bool RecordRing::TryPush(uint64_t time, const uint8_t* record, uint32_t length) 
         if (sequence == position) {
             // The cell is free for this lap: claim it, or retry at the position that won.
             if (tail_.compare_exchange_weak(position, position + 1, std::memory_order_relaxed)) {
-                cell.time = time;
-                cell.length = length;
-                std::memcpy(cell.bytes, record, length);
-                cell.sequence.store(position + 1, std::memory_order_release);
-                return true;
+                return &cell;
             }
         } else if (sequence < position) {
             // The consumer has not freed this cell since the previous lap: full.
             dropped_.fetch_add(1, std::memory_order_relaxed);
-            return false;
+            return nullptr;
         } else {
             position = tail_.load(std::memory_order_relaxed);
         }
     }
+}
+
+void RecordRing::Publish(Cell* cell) noexcept {
+    // A claimed cell's sequence still holds the position it was claimed at.
+    cell->sequence.store(cell->sequence.load(std::memory_order_relaxed) + 1,
+                         std::memory_order_release);
+}
+
+bool RecordRing::TryPush(uint64_t time, const uint8_t* record, uint32_t length) noexcept {
+    if (length > kMaxRecordSize) {
+        dropped_.fetch_add(1, std::memory_order_relaxed);
+        return false;
+    }
+    Cell* cell = TryClaim();
+    if (cell == nullptr) {
+        return false;
+    }
+    cell->time = time;
+    cell->length = length;
+    std::memcpy(cell->bytes, record, length);
+    Publish(cell);
+    return true;
 }
 
 const RecordRing::Cell* RecordRing::Front() noexcept {

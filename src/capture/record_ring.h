@@ -37,8 +37,12 @@ public:
     void Free() noexcept;
     uint32_t Capacity() const noexcept { return static_cast<uint32_t>(mask_ + 1); }
 
-    // Queues a copy of `record` (at most kMaxRecordSize bytes); false, and counted as dropped,
-    // when the ring is full. Never blocks.
+    // Claims the next free cell for the calling producer, or null (counted as dropped) when
+    // the ring is full. Never blocks. The producer fills time, length and bytes, then hands the
+    // cell to the consumer with Publish.
+    Cell* TryClaim() noexcept;
+    void Publish(Cell* cell) noexcept;
+    // Queues a copy of `record` (at most kMaxRecordSize bytes): TryClaim, copy, Publish.
     bool TryPush(uint64_t time, const uint8_t* record, uint32_t length) noexcept;
     // The oldest published record, or null; PopFront hands its cell back to the producers.
     const Cell* Front() noexcept;
