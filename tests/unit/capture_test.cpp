@@ -193,6 +193,24 @@ TEST_F(CaptureSession, SecondStartIsRefusedAndFinalizeClosesTheCapture) {
     std::remove(path.c_str());
 }
 
+int ThrowingButtonListener(ServiceInfo*, ButtonNotifyInfo*) { throw 42; }
+
+TEST_F(CaptureSession, AListenerThatThrowsIsRecordedAsAnError) {
+    const std::string path = CapturePath("capture_listener_threw.pcapng");
+    ASSERT_EQ(0, orbperix_capture_start(path.c_str(), nullptr));
+    listener.onButtonNotify = &ThrowingButtonListener;
+    ConnectAndOpen("peer-a");
+    ASSERT_EQ(0, orbperix_capture_stop());
+    const Capture capture = ReadBack(path);
+    const auto listened = Named(capture, "On ButtonNotify", 2);
+    ASSERT_EQ(1u, listened.size());
+    EXPECT_NE(0, listened[0]->flags & OrbPerix::capture::kFlagListenerThrew);
+    const auto notified = Named(capture, "On ButtonNotify", 1);
+    ASSERT_EQ(1u, notified.size());
+    EXPECT_EQ(0, notified[0]->flags & OrbPerix::capture::kFlagListenerThrew);
+    std::remove(path.c_str());
+}
+
 TEST(CaptureRing, FullQueueDropsAndCountsInsteadOfBlocking) {
     RecordRing ring;
     ASSERT_TRUE(ring.Allocate(4));
