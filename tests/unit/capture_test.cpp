@@ -260,4 +260,51 @@ TEST(CaptureRing, ManyProducersWithNoConsumerNeverWait) {
     EXPECT_EQ(static_cast<uint64_t>(kThreads * kEach) - 64u, ring.Dropped());
 }
 
+TEST(CaptureRing, ConcurrentProducersAndOneConsumerLoseAndDuplicateNothing) {
+    RecordRing ring;
+    ASSERT_TRUE(ring.Allocate(32));
+    constexpr uint32_t kThreads = 3;
+    constexpr uint32_t kEach = 20000;
+    std::atomic<uint64_t> accepted{0};
+    std::atomic<bool> producing{true};
+    std::vector<std::thread> producers;
+    for (uint32_t t = 0; t < kThreads; ++t) {
+        producers.emplace_back([&ring, &accepted, t] {
+            for (uint32_t i = 0; i < kEach; ++i) {
+                uint8_t record[8];
+                OrbPerix::capture::PutLE(record, t, 4);
+                OrbPerix::capture::PutLE(record + 4, i, 4);
+                if (ring.TryPush(t, record, sizeof(record))) {
+                    accepted.fetch_add(1);
+                }
+            }
+        });
+    }
+    // The consumer checks that each producer's records arrive whole and in its order.
+    uint64_t consumed = 0;
+    std::vector<int64_t> last(kThreads, -1);
+    bool intact = true;
+    auto drain = [&] {
+        while (const RecordRing::Cell* cell = ring.Front()) {
+            const uint64_t producer = OrbPerix::capture::GetLE(cell->bytes, 4);
+            const int64_t sequence = static_cast<int64_t>(OrbPerix::capture::GetLE(cell->bytes + 4, 4));
+            intact = intact && cell->length == 8 && producer < kThreads && cell->time == producer &&
+                     sequence > last[producer];
+            if (producer < kThreads) last[producer] = sequence;
+            ++consumed;
+            ring.PopFront();
+        }
+    };
+    std::thread consumer([&] {
+        while (producing.load()) drain();
+        drain();
+    });
+    for (std::thread& producer : producers) producer.join();
+    producing.store(false);
+    consumer.join();
+    EXPECT_TRUE(intact);
+    EXPECT_EQ(accepted.load(), consumed);
+    EXPECT_EQ(uint64_t{kThreads} * kEach, consumed + ring.Dropped());
+}
+
 }  // namespace
