@@ -193,6 +193,36 @@ TEST_F(CaptureSession, SecondStartIsRefusedAndFinalizeClosesTheCapture) {
     std::remove(path.c_str());
 }
 
+TEST_F(CaptureSession, StartAndStopWhileOtherThreadsPostLeaveEveryFileWhole) {
+    Connect("peer-a");
+    perix_sim_peer_set_bare_write(1);
+    std::atomic<bool> posting{true};
+    std::vector<std::thread> posters;
+    for (int t = 0; t < 3; ++t) {
+        posters.emplace_back([this, &posting] {
+            ServiceInfo service = ButtonService("peer-a");
+            RemoteCtrlEvent key = Event(1, 0);
+            while (posting.load()) {
+                provider->PostRemoteCtrlEvent(&service, &key);
+            }
+        });
+    }
+    const std::string path = CapturePath("capture_start_stop.pcapng");
+    orbperix_capture_options options{0, 64, 64};  // small: some rounds drop
+    for (int round = 0; round < 20; ++round) {
+        ASSERT_EQ(0, orbperix_capture_start(path.c_str(), &options)) << round;
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        ASSERT_EQ(0, orbperix_capture_stop()) << round;
+        const Capture capture = ReadBack(path);
+        ASSERT_TRUE(capture.hasStatistics) << round;
+        EXPECT_EQ(capture.records.size(), capture.statWritten) << round;
+    }
+    posting.store(false);
+    for (std::thread& poster : posters) poster.join();
+    perix_sim_peer_set_bare_write(0);
+    std::remove(path.c_str());
+}
+
 int ThrowingButtonListener(ServiceInfo*, ButtonNotifyInfo*) { throw 42; }
 
 TEST_F(CaptureSession, AListenerThatThrowsIsRecordedAsAnError) {
