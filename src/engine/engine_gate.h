@@ -27,6 +27,7 @@
 
 #include "capture/traced_call.h"
 #include "orbperix/engine_tables.h"
+#include "platform/platform.h"
 
 namespace OrbPerix {
 
@@ -119,7 +120,7 @@ Result Call(const EngineLoad& load, Result (*entry)(Params...), Args&&... args) 
     if (entry == nullptr || !Enter(load)) {
         return NotAvailable<Result>();
     }
-    Result result = __builtin_expect(capture::On(), 0)
+    Result result = ORBPERIX_UNLIKELY(capture::On())
                         ? capture::TracedCall(capture::PayloadKind::kNone, load, entry,
                                               std::forward<Args>(args)...)
                         : entry(std::forward<Args>(args)...);

@@ -88,4 +88,11 @@ int BoundedCopy(void* dest, size_t destSize, const void* src, size_t count);
 }  // namespace platform
 }  // namespace OrbPerix
 
+// A branch hint for the compilers that take one; others read the plain condition.
+#if defined(__GNUC__) || defined(__clang__)
+#define ORBPERIX_UNLIKELY(condition) __builtin_expect(!!(condition), 0)
+#else
+#define ORBPERIX_UNLIKELY(condition) (condition)
+#endif
+
 #endif  // ORBPERIX_SRC_PLATFORM_PLATFORM_H_
