@@ -2,6 +2,7 @@
 
 #include <new>
 #include <string>
+#include <utility>
 
 #include "log/log.h"
 #include "engine/engine_gate.h"
@@ -121,9 +122,11 @@ void BaseProvider::DataReceive(SessionStore& sessions, void* handle,
         }
     }
     try {
-        // The listener takes the device id by value: its copy is made here, inside the guard.
+        // The listener takes the device id by value: it gets this private copy, moved, so that
+        // no allocation happens inside the listener guard (where it would read as a throwing
+        // listener).
         CallListener(kScope, kEvent, facts.route,
-                     [&] { facts.listener.onDataReceive(deviceId, &copy); });
+                     [&] { facts.listener.onDataReceive(std::move(deviceId), &copy); });
     } catch (const std::bad_alloc&) {
         LogNoMemory(kScope, kEvent);
     }

@@ -17,8 +17,7 @@ namespace {
 uint64_t g_points = 0;
 bool g_allHandled = true;
 
-void Check(const sweep::Scenario& scenario) {
-    const sweep::Outcome outcome = sweep::Sweep(scenario);
+void Report(const sweep::Scenario& scenario, const sweep::Outcome& outcome) {
     std::printf("%s: %llu allocation points, %zu unhandled, %.1f s\n", scenario.name.c_str(),
                 static_cast<unsigned long long>(outcome.points), outcome.problems.size(),
                 outcome.seconds);
@@ -29,6 +28,22 @@ void Check(const sweep::Scenario& scenario) {
         ADD_FAILURE() << problem;
     }
 }
+
+void Check(const sweep::Scenario& scenario) { Report(scenario, sweep::Sweep(scenario)); }
+
+void CheckFresh(sweep::Scenario scenario) {
+    const sweep::Outcome outcome = sweep::SweepFresh(scenario);
+    scenario.name += " (fresh process per run)";
+    Report(scenario, outcome);
+}
+
+// First, while this process has no thread but the main one: each run in a child process made
+// by fork, so that what the library creates once per process is failed too.
+TEST(AllocationFailureFreshProcess, InputSession) { CheckFresh(scenarios::InputSession()); }
+TEST(AllocationFailureFreshProcess, CInterfaceSession) { CheckFresh(scenarios::CSession()); }
+
+// Then in this process, run after run: the library's state after a failed run must let the
+// next one work.
 
 TEST(AllocationFailure, InputSession) { Check(scenarios::InputSession()); }
 TEST(AllocationFailure, SourceSession) { Check(scenarios::SourceSession()); }

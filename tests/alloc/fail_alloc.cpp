@@ -37,6 +37,8 @@ std::atomic<size_t> g_failSize{0};
 
 constexpr uint64_t kSizeSlots = 1u << 16;
 std::atomic<uint32_t> g_sizes[kSizeSlots];
+std::atomic<int32_t> g_steps[kSizeSlots];
+std::atomic<bool> g_foreground[kSizeSlots];
 
 thread_local bool t_scenario = false;
 
@@ -120,6 +122,8 @@ void* Allocate(size_t size, size_t alignment, bool nothrow, void* caller) {
         }
         if (n < kSizeSlots) {
             g_sizes[n].store(static_cast<uint32_t>(size), std::memory_order_relaxed);
+            g_steps[n].store(g_step.load(), std::memory_order_relaxed);
+            g_foreground[n].store(t_scenario, std::memory_order_relaxed);
         }
         if (n == g_failAt.load()) {
             g_failStep.store(g_step.load());
@@ -208,6 +212,8 @@ void Delete(void* pointer) noexcept { Release(pointer); }
 }  // namespace detail
 
 size_t SizeOf(uint64_t n) { return n < kSizeSlots ? g_sizes[n].load() : 0; }
+int StepOf(uint64_t n) { return n < kSizeSlots ? g_steps[n].load() : -1; }
+bool ForegroundAt(uint64_t n) { return n < kSizeSlots && g_foreground[n].load(); }
 
 int64_t LiveLibraryBytes() { return g_liveLibraryBytes.load(); }
 

@@ -49,6 +49,9 @@ Failure LastFailure();
 
 // The size of the n-th counted allocation since the last Arm (0 when not recorded).
 size_t SizeOf(uint64_t n);
+// The step that was running, and whether the scenario's thread made it.
+int StepOf(uint64_t n);
+bool ForegroundAt(uint64_t n);
 
 // Bytes of library allocations not yet freed.
 int64_t LiveLibraryBytes();

@@ -2,7 +2,13 @@
 
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <csignal>
 #include <thread>
+
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "SinkTestApi.h"
 #include "fail_alloc.h"
@@ -178,7 +184,185 @@ std::string Judge(const Scenario& scenario, const Run& clean, size_t cleanSize, 
     return std::string();
 }
 
+
+// ---- Runs in a child process ----
+
+void Put(std::string& out, int64_t value) {
+    out.append(reinterpret_cast<const char*>(&value), sizeof(value));
+}
+void PutText(std::string& out, const std::string& text) {
+    Put(out, static_cast<int64_t>(text.size()));
+    out.append(text);
+}
+
+struct Reader {
+    const std::string& in;
+    size_t at = 0;
+    bool ok = true;
+    int64_t Get() {
+        int64_t value = 0;
+        if (at + sizeof(value) > in.size()) {
+            ok = false;
+            return 0;
+        }
+        std::memcpy(&value, in.data() + at, sizeof(value));
+        at += sizeof(value);
+        return value;
+    }
+    std::string GetText() {
+        const int64_t size = Get();
+        if (!ok || size < 0 || at + static_cast<size_t>(size) > in.size()) {
+            ok = false;
+            return std::string();
+        }
+        std::string text = in.substr(at, static_cast<size_t>(size));
+        at += static_cast<size_t>(size);
+        return text;
+    }
+};
+
+// A run and the sizes of its allocations, as bytes for the pipe.
+std::string Serialize(const Run& run) {
+    std::string out;
+    Put(out, static_cast<int64_t>(run.results.size()));
+    for (size_t i = 0; i < run.results.size(); ++i) {
+        Put(out, run.results[i]);
+        Put(out, static_cast<int64_t>(run.lines[i].size()));
+        for (const Line& line : run.lines[i]) {
+            Put(out, line.level);
+            PutText(out, line.text);
+        }
+    }
+    Put(out, run.failure.happened ? 1 : 0);
+    Put(out, run.failure.step);
+    Put(out, run.failure.onScenarioThread ? 1 : 0);
+    Put(out, static_cast<int64_t>(run.failure.size));
+    Put(out, static_cast<int64_t>(run.count));
+    Put(out, run.liveBytes);
+    Put(out, run.liveHandles);
+    for (uint64_t n = 1; n <= run.count; ++n) {
+        Put(out, static_cast<int64_t>(failalloc::SizeOf(n)));
+    }
+    return out;
+}
+
+bool Deserialize(const std::string& in, Run* run, std::vector<size_t>* sizes) {
+    Reader reader{in};
+    const int64_t steps = reader.Get();
+    for (int64_t i = 0; reader.ok && i < steps; ++i) {
+        run->results.push_back(static_cast<int>(reader.Get()));
+        const int64_t count = reader.Get();
+        std::vector<Line> lines;
+        for (int64_t j = 0; reader.ok && j < count; ++j) {
+            const int level = static_cast<int>(reader.Get());
+            lines.push_back(Line{level, reader.GetText()});
+        }
+        run->lines.push_back(lines);
+    }
+    run->failure.happened = reader.Get() != 0;
+    run->failure.step = static_cast<int>(reader.Get());
+    run->failure.onScenarioThread = reader.Get() != 0;
+    run->failure.size = static_cast<size_t>(reader.Get());
+    run->count = static_cast<uint64_t>(reader.Get());
+    run->liveBytes = reader.Get();
+    run->liveHandles = static_cast<int>(reader.Get());
+    sizes->assign(1, 0);
+    for (uint64_t n = 1; reader.ok && n <= run->count; ++n) {
+        sizes->push_back(static_cast<size_t>(reader.Get()));
+    }
+    return reader.ok;
+}
+
+// Runs the scenario in a child process; empty when the child died or its report was cut.
+std::string RunInChild(const Scenario& scenario, uint64_t failAt, Run* run,
+                       std::vector<size_t>* sizes) {
+    int fds[2];
+    if (pipe(fds) != 0) {
+        return "pipe failed";
+    }
+    std::fflush(nullptr);
+    const pid_t child = fork();
+    if (child < 0) {
+        close(fds[0]);
+        close(fds[1]);
+        return "fork failed";
+    }
+    if (child == 0) {
+        close(fds[0]);
+        const std::string report = Serialize(RunOnce(scenario, failAt));
+        size_t written = 0;
+        while (written < report.size()) {
+            const ssize_t n = write(fds[1], report.data() + written, report.size() - written);
+            if (n <= 0) {
+                _exit(3);
+            }
+            written += static_cast<size_t>(n);
+        }
+        close(fds[1]);
+        // No exit handlers: the child's only product is its report.
+        _exit(0);
+    }
+    close(fds[1]);
+    std::string report;
+    char buffer[4096];
+    for (;;) {
+        const ssize_t n = read(fds[0], buffer, sizeof(buffer));
+        if (n <= 0) {
+            break;
+        }
+        report.append(buffer, static_cast<size_t>(n));
+    }
+    close(fds[0]);
+    int status = 0;
+    waitpid(child, &status, 0);
+    if (WIFSIGNALED(status)) {
+        return "the process died with signal " + std::to_string(WTERMSIG(status)) +
+               (WTERMSIG(status) == SIGABRT ? " (abort: terminate or a strict engine violation)" : "");
+    }
+    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0 || !Deserialize(report, run, sizes)) {
+        return "the process ended with status " + std::to_string(status) + " without its report";
+    }
+    return std::string();
+}
+
 }  // namespace
+
+Outcome SweepFresh(const Scenario& scenario) {
+    Outcome outcome;
+    const auto start = std::chrono::steady_clock::now();
+    Run clean;
+    std::vector<size_t> sizes;
+    const std::string died = RunInChild(scenario, 0, &clean, &sizes);
+    if (!died.empty()) {
+        outcome.problems.push_back(scenario.name + ", clean run: " + died);
+        return outcome;
+    }
+    for (size_t i = 0; i < scenario.steps.size(); ++i) {
+        if (clean.results[i] != scenario.steps[i].expected) {
+            outcome.problems.push_back("clean run: step '" + scenario.steps[i].name +
+                                       "' returned " + std::to_string(clean.results[i]));
+        }
+    }
+    outcome.points = clean.count;
+    if (!outcome.problems.empty()) {
+        return outcome;
+    }
+    for (uint64_t n = 1; n <= clean.count; ++n) {
+        Run run;
+        std::vector<size_t> ignored;
+        std::string problem = RunInChild(scenario, n, &run, &ignored);
+        if (problem.empty()) {
+            problem = Judge(scenario, clean, sizes[n], run, n);
+        }
+        if (!problem.empty()) {
+            outcome.problems.push_back(scenario.name + " (fresh process), allocation " +
+                                       std::to_string(n) + ": " + problem);
+        }
+    }
+    outcome.seconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    return outcome;
+}
 
 Outcome Sweep(const Scenario& scenario) {
     Outcome outcome;
@@ -188,8 +372,16 @@ Outcome Sweep(const Scenario& scenario) {
     RunOnce(scenario, 0);
     const Run clean = RunOnce(scenario, 0);
     std::vector<size_t> sizes(clean.count + 1, 0);
+    const bool list = std::getenv("ORBPERIX_ALLOC_SWEEP_LIST") != nullptr;
     for (uint64_t n = 1; n <= clean.count; ++n) {
         sizes[n] = failalloc::SizeOf(n);
+        if (list) {
+            const int step = failalloc::StepOf(n);
+            std::printf("  %s #%llu: %zu bytes, %s thread, step '%s'\n", scenario.name.c_str(),
+                        static_cast<unsigned long long>(n), sizes[n],
+                        failalloc::ForegroundAt(n) ? "host" : "library",
+                        step >= 0 ? scenario.steps[static_cast<size_t>(step)].name.c_str() : "-");
+        }
     }
     for (size_t i = 0; i < scenario.steps.size(); ++i) {
         if (clean.results[i] != scenario.steps[i].expected) {

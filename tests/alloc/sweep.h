@@ -48,8 +48,13 @@ struct Outcome {
     double seconds = 0;
 };
 
-// Runs the scenario once to warm up process-wide state, then the sweep.
+// Runs the scenario once to warm up process-wide state, then the sweep, all in this process.
 Outcome Sweep(const Scenario& scenario);
+// The same sweep with every run (the clean one included) in a fresh child process, so that
+// the allocations the library makes once per process on first use (the remote-event sender,
+// the C handle table's slots, stream facets) are failed too, and a crash or terminate of a
+// run shows as that child's death. REQUIRES: no other thread in this process.
+Outcome SweepFresh(const Scenario& scenario);
 
 }  // namespace sweep
 
