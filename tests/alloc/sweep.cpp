@@ -70,6 +70,9 @@ int ErrorCount() {
     return errors;
 }
 
+// No exception may leave a library operation: one that does ends here, in std::terminate.
+int RunStep(const Step& step) noexcept { return step.run(); }
+
 Run RunOnce(const Scenario& scenario, uint64_t failAt) {
     Run run;
     const int64_t liveBefore = failalloc::LiveLibraryBytes();
@@ -83,7 +86,7 @@ Run RunOnce(const Scenario& scenario, uint64_t failAt) {
         failalloc::SetStep(static_cast<int>(i));
         const int first = LineCount();
         const uint64_t background = failalloc::BackgroundCount();
-        const int result = step.run();
+        const int result = RunStep(step);
         if (result == step.expected && step.background > 0) {
             WaitFor([&] { return failalloc::BackgroundCount() - background >= step.background; });
         }
