@@ -97,8 +97,14 @@ void BaseProvider::DataReceive(SessionStore& sessions, void* handle,
     }
     SessionFacts facts;
     std::string deviceId;
-    if (!sessions.LookupByHandle(handle, &facts, &deviceId) ||
-        facts.listener.onDataReceive == nullptr) {
+    bool noMemory = false;
+    const bool found = sessions.LookupByHandle(handle, &facts, &deviceId, &noMemory);
+    if (noMemory) {
+        // The session is there, but its device id could not be copied for the listener.
+        LogNoMemory(kScope, kEvent);
+        return;
+    }
+    if (!found || facts.listener.onDataReceive == nullptr) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "On DataReceive, Listen function is null");
         return;
     }

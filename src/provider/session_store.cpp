@@ -123,8 +123,8 @@ SessionStore::Lease SessionStore::AcquireByHandle(void* handle) noexcept {
     return Lease();
 }
 
-bool SessionStore::LookupByHandle(void* handle, SessionFacts* out,
-                                  std::string* deviceId) const noexcept {
+bool SessionStore::LookupByHandle(void* handle, SessionFacts* out, std::string* deviceId,
+                                  bool* noMemory) const noexcept {
     std::lock_guard<std::mutex> lock(mutex_);
     for (const auto& entry : map_) {
         const PerixSessionInfo* record = entry.second;
@@ -136,6 +136,9 @@ bool SessionStore::LookupByHandle(void* handle, SessionFacts* out,
             try {
                 *deviceId = record->deviceId;
             } catch (const std::bad_alloc&) {
+                if (noMemory != nullptr) {
+                    *noMemory = true;
+                }
                 return false;
             }
         }

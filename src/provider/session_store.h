@@ -113,8 +113,10 @@ public:
     // A lease on the first session in key order whose handle is `handle`; empty when none.
     Lease AcquireByHandle(void* handle) noexcept;
     // The first session in key order whose handle is `handle`: its facts and a copy of its
-    // device id (`deviceId` may be null). False when none matches or the copy fails.
-    bool LookupByHandle(void* handle, SessionFacts* out, std::string* deviceId) const noexcept;
+    // device id (`deviceId` may be null). False when none matches or the copy fails; in the
+    // latter case `*noMemory` (when given) is set.
+    bool LookupByHandle(void* handle, SessionFacts* out, std::string* deviceId,
+                        bool* noMemory = nullptr) const noexcept;
     // Device and service ids of the first session in key order that has both non-empty.
     bool FirstWithService(std::string* deviceId, std::string* serviceId) const noexcept;
 

@@ -501,16 +501,20 @@ sweep::Scenario Notifications() {
     auto state = std::make_shared<State>();
     std::vector<Step> steps;
     steps.push_back(InitializeStep());
-    steps.push_back(Step{"input provider registered", [state] {
+    // Init on a step of its own: the heartbeat thread's allocation must not race the
+    // registration's.
+    steps.push_back(Step{"input provider created and initialised", [state] {
                              state->input = Manager().CreateInputProvider();
+                             return state->input ? state->input->Init() : -1;
+                         }, 0, 1});
+    steps.push_back(Step{"input provider registered", [state] {
                              if (!state->input) {
                                  return -1;
                              }
-                             int r = state->input->Init();
-                             r = r != 0 ? r : state->input->RegisterPERIXListener(&state->inputPeer, &state->listener);
+                             const int r = state->input->RegisterPERIXListener(&state->inputPeer, &state->listener);
                              state->inputHandle = perix_sim_last_handle();
                              return r;
-                         }, 0, 1});
+                         }});
     steps.push_back(Step{"source provider registered", [state] {
                              state->source = Manager().CreateSourceProvider();
                              if (!state->source) {

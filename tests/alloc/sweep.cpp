@@ -188,6 +188,28 @@ std::string Judge(const Scenario& scenario, const Run& clean, size_t cleanSize, 
 }
 
 
+// With ORBPERIX_ALLOC_SWEEP_LIST set: what the failure of allocation `n` did.
+void ListOutcome(const Scenario& scenario, const Run& clean, const Run& run, uint64_t n) {
+    if (std::getenv("ORBPERIX_ALLOC_SWEEP_LIST") == nullptr || run.failure.step < 0) {
+        return;
+    }
+    const size_t s = static_cast<size_t>(run.failure.step);
+    std::printf("  %s #%llu failed (%zu bytes, step '%s'): result %d", scenario.name.c_str(),
+                static_cast<unsigned long long>(n), run.failure.size,
+                scenario.steps[s].name.c_str(), run.results[s]);
+    bool logged = false;
+    for (const Line& line : run.lines[s]) {
+        if (line.level == kLevelError && !Contains(clean.lines[s], line)) {
+            std::printf(", logged \"%s\"", line.text.c_str());
+            logged = true;
+        }
+    }
+    if (!logged) {
+        std::printf(", %zu of %zu lines written", run.lines[s].size(), clean.lines[s].size());
+    }
+    std::printf("\n");
+}
+
 // ---- Runs in a child process ----
 
 void Put(std::string& out, int64_t value) {
@@ -356,6 +378,7 @@ Outcome SweepFresh(const Scenario& scenario) {
         std::string problem = RunInChild(scenario, n, &run, &ignored);
         if (problem.empty()) {
             problem = Judge(scenario, clean, sizes[n], run, n);
+            ListOutcome(scenario, clean, run, n);
         }
         if (!problem.empty()) {
             outcome.problems.push_back(scenario.name + " (fresh process), allocation " +
@@ -406,6 +429,7 @@ Outcome Sweep(const Scenario& scenario) {
     for (uint64_t n = 1; n <= clean.count; ++n) {
         const Run run = RunOnce(scenario, n);
         const std::string problem = Judge(scenario, clean, sizes[n], run, n);
+        ListOutcome(scenario, clean, run, n);
         if (!problem.empty()) {
             outcome.problems.push_back(scenario.name + ", allocation " + std::to_string(n) + ": " +
                                        problem);
