@@ -10,7 +10,9 @@
 #include "perix_sim.h"
 #include "perix_sim_peer.h"
 #include "perix_sim_streams.h"
+#include "orbperix/remote_event.h"
 #include "provider/session_store.h"
+#include "remote/remote_controller.h"
 
 namespace scenarios {
 namespace {
@@ -21,6 +23,9 @@ using sweep::Step;
 // Sizes of the library's own allocations whose failure has a line of its own.
 constexpr size_t kSessionRecord = sizeof(OrbPerix::PerixSessionInfo);
 constexpr size_t kHeartbeatBuffer = 11;
+// The remote-event sender and its packet builder, made by the first event of the process.
+constexpr size_t kSender = sizeof(RemoteUtil::RemoteEvent);
+constexpr size_t kPacketBuilder = sizeof(RemoteUtil::RemoteController);
 // Remote-control send buffers: the size by kind plus the 4 spare bytes of the timestamp.
 constexpr size_t kSmallSendBuffer = 105 + 4;
 constexpr size_t kTextSendBuffer = 489 + 4;
@@ -285,7 +290,9 @@ sweep::Scenario InputSession() {
                       RemoteCtrlEvent event = kind;
                       return state->provider->PostRemoteCtrlEvent(&state->button, &event);
                   }};
-        post.lines = {{SendBufferOf(kind.type), "sendRemoteCtrlEvent new mSendBuffer error"}};
+        post.lines = {{SendBufferOf(kind.type), "sendRemoteCtrlEvent new mSendBuffer error"},
+                      {kSender, "new RemoteEvent failed"},
+                      {kPacketBuilder, "SendRemoteCtrlEvent: new remoteController failed"}};
         steps.push_back(post);
     }
     Step send{"SendData", [state] { return SendSomeData(*state->provider, state->info.peerDeviceId); }};
@@ -714,7 +721,9 @@ sweep::Scenario CSession() {
                   key.payload.key.key_value1 = 0x41;
                   return orbperix_input_post_remote_ctrl_event(state->input, &kButton, &key);
               }};
-    post.lines = {{kSmallSendBuffer, "sendRemoteCtrlEvent new mSendBuffer error"}};
+    post.lines = {{kSmallSendBuffer, "sendRemoteCtrlEvent new mSendBuffer error"},
+                  {kSender, "new RemoteEvent failed"},
+                  {kPacketBuilder, "SendRemoteCtrlEvent: new remoteController failed"}};
     steps.push_back(post);
     Step send{"orbperix_input_send_data", [state] {
                   std::vector<uint8_t> bytes = Payload(kSentData);
