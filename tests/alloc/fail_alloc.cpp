@@ -117,19 +117,23 @@ void* Allocate(size_t size, size_t alignment, bool nothrow, void* caller) {
         LibraryCaller(reinterpret_cast<uintptr_t>(caller))) {
         library = true;
         const uint64_t n = g_count.fetch_add(1) + 1;
-        if (!t_scenario) {
-            g_background.fetch_add(1);
-        }
         if (n < kSizeSlots) {
             g_sizes[n].store(static_cast<uint32_t>(size), std::memory_order_relaxed);
             g_steps[n].store(g_step.load(), std::memory_order_relaxed);
             g_foreground[n].store(t_scenario, std::memory_order_relaxed);
         }
-        if (n == g_failAt.load()) {
+        const bool fail = n == g_failAt.load();
+        if (fail) {
             g_failStep.store(g_step.load());
             g_failOnScenario.store(t_scenario);
             g_failSize.store(size);
             g_failed.store(true);
+        }
+        // Counted after the failure is recorded: a runner that waits for this count then sees it.
+        if (!t_scenario) {
+            g_background.fetch_add(1);
+        }
+        if (fail) {
             if (nothrow) {
                 return nullptr;
             }

@@ -141,7 +141,9 @@ std::string DataNoMemory(const char* message, uint32_t length) {
 
 // Common steps: initialise and finalise.
 Step InitializeStep() {
-    return Step{"Initialize", [] { return Manager().Initialize(nullptr, "alloc-sweep"); }};
+    Step step{"Initialize", [] { return Manager().Initialize(nullptr, "alloc-sweep"); }};
+    step.failLine = "PERIXProviderManager Initalize failed: out of memory";
+    return step;
 }
 Step FinalizeStep() {
     return Step{"Finalize", [] {
@@ -266,14 +268,16 @@ sweep::Scenario InputSession() {
                              state->provider = Manager().CreateInputProvider();
                              return state->provider ? 0 : -1;
                          }});
+    steps.back().failLine = "Create InputProvider failed: out of memory";
     Step init{"Init", [state] { return state->provider->Init(); }};
     init.background = 1;
+    init.failLine = "Init, start heartbeat thread failed: 12";
     init.lines = {{kHeartbeatBuffer, "ButtonHeart failed: new buttonDataBuffer error"}};
     steps.push_back(init);
     Step registered{"RegisterPERIXListener", [state] {
                         return state->provider->RegisterPERIXListener(&state->info, &state->listener);
                     }};
-    registered.lines = {{kSessionRecord, "new PerixSessionInfo fail"}};
+    registered.failLine = "new PerixSessionInfo fail";
     steps.push_back(registered);
     steps.push_back(Step{"ConnectDevice", [state] { return state->provider->ConnectDevice(&state->info); }});
     steps.push_back(Step{"StartDeviceService", [state] {
@@ -392,11 +396,13 @@ sweep::Scenario SourceSession() {
                              state->provider = Manager().CreateSourceProvider();
                              return state->provider ? 0 : -1;
                          }});
+    steps.back().failLine = "Create SourceProvider failed: out of memory";
     steps.push_back(Step{"Init", [state] { return state->provider->Init(); }});
     Step registered{"RegisterPERIXListener", [state] {
                         return state->provider->RegisterPERIXListener(&state->info, &state->listener);
                     }};
     registered.lines = {{kSessionRecord, "new PerixSessionInfo fail"}};
+    registered.failLine = "new PerixSessionInfo fail";
     steps.push_back(registered);
     steps.push_back(Step{"ConnectDevice", [state] { return state->provider->ConnectDevice(&state->info); }});
     steps.push_back(Step{"OpenAudio", [state] {
@@ -461,6 +467,7 @@ sweep::Scenario SinkSession() {
                              state->provider = Manager().CreateSinkProvider();
                              return state->provider ? 0 : -1;
                          }});
+    steps.back().failLine = "Create SinkProvider failed: out of memory";
     steps.push_back(Step{"Init", [state] { return state->provider->Init(); }});
     steps.push_back(Step{"ConnectDevice", [state] { return state->provider->ConnectDevice(&state->info); }});
     steps.push_back(Step{"GetConnectionStatus (trace id line)", [state] {
@@ -688,12 +695,14 @@ sweep::Scenario CSession() {
                                          "c-audio-service-with-a-long-id", -1, 3};
     std::vector<Step> steps;
     steps.push_back(Step{"orbperix_initialize", [] { return orbperix_initialize(nullptr, "alloc-sweep-c"); }});
+    steps.back().failLine = "PERIXProviderManager Initalize failed: out of memory";
     steps.push_back(Step{"orbperix_create_input_provider", [state] {
                              state->input = orbperix_create_input_provider();
                              return state->input != 0 ? 0 : -1;
                          }});
     Step init{"orbperix_input_init", [state] { return orbperix_input_init(state->input); }};
     init.background = 1;
+    init.failLine = "Init, start heartbeat thread failed: 12";
     init.lines = {{kHeartbeatBuffer, "ButtonHeart failed: new buttonDataBuffer error"}};
     steps.push_back(init);
     Step registered{"orbperix_input_register_listener", [state] {
@@ -701,6 +710,7 @@ sweep::Scenario CSession() {
                                                                 &state->listener, state.get());
                     }};
     registered.lines = {{kSessionRecord, "new PerixSessionInfo fail"}};
+    registered.failLine = "new PerixSessionInfo fail";
     steps.push_back(registered);
     steps.push_back(Step{"orbperix_input_connect_device", [state] {
                              return orbperix_input_connect_device(state->input, &state->inputPeer);
@@ -766,6 +776,7 @@ sweep::Scenario CSession() {
                                                                        &state->listener, state.get());
                           }};
     sourceRegistered.lines = {{kSessionRecord, "new PerixSessionInfo fail"}};
+    sourceRegistered.failLine = "new PerixSessionInfo fail";
     steps.push_back(sourceRegistered);
     steps.push_back(Step{"orbperix_source_open_audio", [state] {
                              orbperix_audio_param param;

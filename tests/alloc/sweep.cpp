@@ -85,6 +85,7 @@ Run RunOnce(const Scenario& scenario, uint64_t failAt) {
         const Step& step = scenario.steps[i];
         failalloc::SetStep(static_cast<int>(i));
         const int first = LineCount();
+        const int errorsBefore = ErrorCount();
         const uint64_t background = failalloc::BackgroundCount();
         const int result = RunStep(step);
         if (result == step.expected && step.background > 0) {
@@ -94,8 +95,7 @@ Run RunOnce(const Scenario& scenario, uint64_t failAt) {
         if (failure.happened && failure.step == static_cast<int>(i) && !failure.onScenarioThread &&
             step.background > 0) {
             // A thread the step does not wait for hit it: give its error line time to arrive.
-            const int errors = ErrorCount();
-            WaitFor([&] { return ErrorCount() > errors; });
+            WaitFor([&] { return ErrorCount() > errorsBefore; });
         }
         run.results.push_back(result);
         run.lines.push_back(LinesFrom(first));
@@ -169,6 +169,10 @@ std::string Judge(const Scenario& scenario, const Run& clean, size_t cleanSize, 
         }
     } else if (!newError && run.lines[s].size() >= clean.lines[s].size()) {
         return where + " succeeded and the failure left no trace (no error line, no line dropped)";
+    }
+    if (run.results[s] != step.expected && !step.failLine.empty() &&
+        !HasMessage(run.lines[s], step.failLine)) {
+        return where + " failed without logging \"" + step.failLine + "\"";
     }
     for (const auto& expected : step.lines) {
         if (expected.first == failure.size && !HasMessage(run.lines[s], expected.second)) {

@@ -32,6 +32,8 @@ struct Step {
     uint64_t background = 0;
     // When the failing allocation has this size, this exact line must have been logged.
     std::vector<std::pair<size_t, std::string>> lines;
+    // When the step fails (whatever allocation failed), this exact line must have been logged.
+    std::string failLine;
 };
 
 struct Scenario {
