@@ -3,6 +3,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "ScreenRelayTest.h"
 #include "orbperix/orbperix.h"
@@ -123,16 +124,21 @@ ProviderListener AllListeners() {
     return listener;
 }
 
-// 0 when `counter` grew by one with the expected payload (when `payload`), else -1.
+// 0 when `seen`'s `counter` grew by one with the expected payload (when `payload`), else -1.
 template <typename Fire>
-int Delivered(int Seen::*counter, bool payload, Fire&& fire) {
-    const int before = g_seen.*counter;
-    g_seen.payloadOk = false;
+int DeliveredTo(Seen& seen, int Seen::*counter, bool payload, Fire&& fire) {
+    const int before = seen.*counter;
+    seen.payloadOk = false;
     fire();
-    if (g_seen.*counter != before + 1) {
+    if (seen.*counter != before + 1) {
         return -1;
     }
-    return !payload || g_seen.payloadOk ? 0 : -1;
+    return !payload || seen.payloadOk ? 0 : -1;
+}
+// The same for the C++ listeners.
+template <typename Fire>
+int Delivered(int Seen::*counter, bool payload, Fire&& fire) {
+    return DeliveredTo(g_seen, counter, payload, std::forward<Fire>(fire));
 }
 
 std::string DataNoMemory(const char* message, uint32_t length) {
@@ -165,6 +171,69 @@ void ResetEngine() {
     Manager().Finalize();
     perix_sim_reset();
     g_seen = Seen();
+}
+
+
+// Creation, teardown and cleanup of one provider kind, written once for the three sessions.
+template <typename P>
+struct Registry;
+template <>
+struct Registry<OrbPerix::IInputProvider> {
+    static constexpr const char* kKind = "Input";
+    static std::shared_ptr<OrbPerix::IInputProvider> Create() { return Manager().CreateInputProvider(); }
+    static bool Destroy(std::shared_ptr<OrbPerix::IInputProvider> p) { return Manager().DestoryInputProvider(p); }
+};
+template <>
+struct Registry<OrbPerix::ISourceProvider> {
+    static constexpr const char* kKind = "Source";
+    static std::shared_ptr<OrbPerix::ISourceProvider> Create() { return Manager().CreateSourceProvider(); }
+    static bool Destroy(std::shared_ptr<OrbPerix::ISourceProvider> p) { return Manager().DestorySourceProvider(p); }
+};
+template <>
+struct Registry<OrbPerix::ISinkProvider> {
+    static constexpr const char* kKind = "Sink";
+    static std::shared_ptr<OrbPerix::ISinkProvider> Create() { return Manager().CreateSinkProvider(); }
+    static bool Destroy(std::shared_ptr<OrbPerix::ISinkProvider> p) { return Manager().DestorySinkProvider(p); }
+};
+
+// Initialize and the creation of `state->provider`: the first two steps of a session.
+template <typename P, typename State>
+void AddStart(std::vector<Step>& steps, const std::shared_ptr<State>& state) {
+    steps.push_back(InitializeStep());
+    steps.push_back(Step{std::string("Create") + Registry<P>::kKind + "Provider", [state] {
+                             state->provider = Registry<P>::Create();
+                             return state->provider ? 0 : -1;
+                         }});
+    steps.back().failLine = std::string("Create ") + Registry<P>::kKind + "Provider failed: out of memory";
+}
+
+// DeInit, destroy and Finalize: the last steps of a session. Every step after the creation
+// needs the provider.
+template <typename P, typename State>
+void AddEnd(std::vector<Step>& steps, const std::shared_ptr<State>& state) {
+    steps.push_back(Step{"DeInit", [state] {
+                             state->provider->DeInit();
+                             return 0;
+                         }});
+    steps.push_back(Step{std::string("Destory") + Registry<P>::kKind + "Provider", [state] {
+                             const bool destroyed = Registry<P>::Destroy(state->provider);
+                             state->provider.reset();
+                             return destroyed ? 0 : -1;
+                         }});
+    NeedsProvider(steps, 2, steps.size(), [state] { return state->provider != nullptr; });
+    steps.push_back(FinalizeStep());
+}
+
+// Whatever a failed run left: the provider destroyed, the manager finalised, the engine reset.
+template <typename P, typename State>
+std::function<void()> Cleanup(const std::shared_ptr<State>& state) {
+    return [state] {
+        if (state->provider) {
+            Registry<P>::Destroy(state->provider);
+            state->provider.reset();
+        }
+        ResetEngine();
+    };
 }
 
 // ---- Input ----
@@ -263,12 +332,7 @@ void AddPeerNotifications(std::vector<Step>& steps, const std::string& deviceId)
 sweep::Scenario InputSession() {
     auto state = std::make_shared<InputState>();
     std::vector<Step> steps;
-    steps.push_back(InitializeStep());
-    steps.push_back(Step{"CreateInputProvider", [state] {
-                             state->provider = Manager().CreateInputProvider();
-                             return state->provider ? 0 : -1;
-                         }});
-    steps.back().failLine = "Create InputProvider failed: out of memory";
+    AddStart<OrbPerix::IInputProvider>(steps, state);
     Step init{"Init", [state] { return state->provider->Init(); }};
     init.background = 1;
     init.failLine = "Init, start heartbeat thread failed: 12";
@@ -320,24 +384,8 @@ sweep::Scenario InputSession() {
                              return state->provider->StopDeviceService(&state->button);
                          }});
     steps.push_back(Step{"DisconnectDevice", [state] { return state->provider->DisconnectDevice(&state->info); }});
-    steps.push_back(Step{"DeInit", [state] {
-                             state->provider->DeInit();
-                             return 0;
-                         }});
-    steps.push_back(Step{"DestoryInputProvider", [state] {
-                             const bool destroyed = Manager().DestoryInputProvider(state->provider);
-                             state->provider.reset();
-                             return destroyed ? 0 : -1;
-                         }});
-    NeedsProvider(steps, 2, steps.size(), [state] { return state->provider != nullptr; });
-    steps.push_back(FinalizeStep());
-    return sweep::Scenario{"input session", steps, [state] {
-                               if (state->provider) {
-                                   Manager().DestoryInputProvider(state->provider);
-                                   state->provider.reset();
-                               }
-                               ResetEngine();
-                           }};
+    AddEnd<OrbPerix::IInputProvider>(steps, state);
+    return sweep::Scenario{"input session", steps, Cleanup<OrbPerix::IInputProvider>(state)};
 }
 
 // ---- Source ----
@@ -391,12 +439,7 @@ Step RefreshDelivery(const char* deviceId, const char* serviceId) {
 sweep::Scenario SourceSession() {
     auto state = std::make_shared<SourceState>();
     std::vector<Step> steps;
-    steps.push_back(InitializeStep());
-    steps.push_back(Step{"CreateSourceProvider", [state] {
-                             state->provider = Manager().CreateSourceProvider();
-                             return state->provider ? 0 : -1;
-                         }});
-    steps.back().failLine = "Create SourceProvider failed: out of memory";
+    AddStart<OrbPerix::ISourceProvider>(steps, state);
     steps.push_back(Step{"Init", [state] { return state->provider->Init(); }});
     Step registered{"RegisterPERIXListener", [state] {
                         return state->provider->RegisterPERIXListener(&state->info, &state->listener);
@@ -433,24 +476,8 @@ sweep::Scenario SourceSession() {
                              return state->provider->ClosePartialRefresh(&state->refresh);
                          }});
     steps.push_back(Step{"DisconnectDevice", [state] { return state->provider->DisconnectDevice(&state->info); }});
-    steps.push_back(Step{"DeInit", [state] {
-                             state->provider->DeInit();
-                             return 0;
-                         }});
-    steps.push_back(Step{"DestorySourceProvider", [state] {
-                             const bool destroyed = Manager().DestorySourceProvider(state->provider);
-                             state->provider.reset();
-                             return destroyed ? 0 : -1;
-                         }});
-    NeedsProvider(steps, 2, steps.size(), [state] { return state->provider != nullptr; });
-    steps.push_back(FinalizeStep());
-    return sweep::Scenario{"source session", steps, [state] {
-                               if (state->provider) {
-                                   Manager().DestorySourceProvider(state->provider);
-                                   state->provider.reset();
-                               }
-                               ResetEngine();
-                           }};
+    AddEnd<OrbPerix::ISourceProvider>(steps, state);
+    return sweep::Scenario{"source session", steps, Cleanup<OrbPerix::ISourceProvider>(state)};
 }
 
 // ---- Sink ----
@@ -462,12 +489,7 @@ sweep::Scenario SinkSession() {
     };
     auto state = std::make_shared<State>();
     std::vector<Step> steps;
-    steps.push_back(InitializeStep());
-    steps.push_back(Step{"CreateSinkProvider", [state] {
-                             state->provider = Manager().CreateSinkProvider();
-                             return state->provider ? 0 : -1;
-                         }});
-    steps.back().failLine = "Create SinkProvider failed: out of memory";
+    AddStart<OrbPerix::ISinkProvider>(steps, state);
     steps.push_back(Step{"Init", [state] { return state->provider->Init(); }});
     steps.push_back(Step{"ConnectDevice", [state] { return state->provider->ConnectDevice(&state->info); }});
     steps.push_back(Step{"GetConnectionStatus (trace id line)", [state] {
@@ -480,24 +502,8 @@ sweep::Scenario SinkSession() {
     steps.push_back(Step{"DisconnectDevice", [state] {
                              return state->provider->DisconnectDevice(&state->info, nullptr);
                          }});
-    steps.push_back(Step{"DeInit", [state] {
-                             state->provider->DeInit();
-                             return 0;
-                         }});
-    steps.push_back(Step{"DestorySinkProvider", [state] {
-                             const bool destroyed = Manager().DestorySinkProvider(state->provider);
-                             state->provider.reset();
-                             return destroyed ? 0 : -1;
-                         }});
-    NeedsProvider(steps, 2, steps.size(), [state] { return state->provider != nullptr; });
-    steps.push_back(FinalizeStep());
-    return sweep::Scenario{"sink session", steps, [state] {
-                               if (state->provider) {
-                                   Manager().DestorySinkProvider(state->provider);
-                                   state->provider.reset();
-                               }
-                               ResetEngine();
-                           }};
+    AddEnd<OrbPerix::ISinkProvider>(steps, state);
+    return sweep::Scenario{"sink session", steps, Cleanup<OrbPerix::ISinkProvider>(state)};
 }
 
 // ---- Every engine notification, fired on this thread with its result ----
@@ -632,14 +638,8 @@ sweep::Scenario Notifications() {
 
 namespace {
 
-struct CSeen {
-    int device = 0;
-    int data = 0;
-    int button = 0;
-    int audio = 0;
-    bool payloadOk = false;
-};
-CSeen g_cseen;
+// What the C listeners saw.
+Seen g_cseen;
 
 void COnDevice(void*, const orbperix_device_change*) { ++g_cseen.device; }
 void COnData(void*, const char*, uint32_t, const orbperix_binary* data) {
@@ -656,14 +656,8 @@ void COnAudio(void*, const orbperix_service*, const orbperix_stream_data* data) 
 }
 
 template <typename Fire>
-int CDelivered(int CSeen::*counter, bool payload, Fire&& fire) {
-    const int before = g_cseen.*counter;
-    g_cseen.payloadOk = false;
-    fire();
-    if (g_cseen.*counter != before + 1) {
-        return -1;
-    }
-    return !payload || g_cseen.payloadOk ? 0 : -1;
+int CDelivered(int Seen::*counter, bool payload, Fire&& fire) {
+    return DeliveredTo(g_cseen, counter, payload, std::forward<Fire>(fire));
 }
 
 orbperix_device_info CPeer(const char* id) {
@@ -743,13 +737,13 @@ sweep::Scenario CSession() {
     send.lines = {{kSentData, "SendBinaryData, new binaryData failed."}};
     steps.push_back(send);
     steps.push_back(Step{"peer device change (C listener)", [] {
-                             return CDelivered(&CSeen::device, false, [] {
+                             return CDelivered(&Seen::device, false, [] {
                                  perix_sim_peer_post_device_change(perix_sim_last_handle(), "c-tab", 1, 2);
                                  perix_sim_peer_flush();
                              });
                          }});
     Step button{"peer button data (C listener)", [] {
-                    return CDelivered(&CSeen::button, true, [] {
+                    return CDelivered(&Seen::button, true, [] {
                         const std::vector<uint8_t> bytes = Payload(kButtonData);
                         perix_sim_peer_post_button("c-tab", "btn-0", 2, 0, bytes.data(), kButtonData);
                         perix_sim_peer_flush();
@@ -759,7 +753,7 @@ sweep::Scenario CSession() {
                      DataNoMemory("On ButtonNotify, new dataExtend failed: , dataLen: ", kButtonData)}};
     steps.push_back(button);
     Step data{"peer data (C listener)", [] {
-                  return CDelivered(&CSeen::data, true, [] {
+                  return CDelivered(&Seen::data, true, [] {
                       const std::vector<uint8_t> bytes = Payload(kReceivedData);
                       perix_sim_peer_post_data(perix_sim_last_handle(), 3, 4, bytes.data(), kReceivedData);
                       perix_sim_peer_flush();
@@ -784,7 +778,7 @@ sweep::Scenario CSession() {
                              return orbperix_source_open_audio(state->source, &kAudio, &param);
                          }});
     Step audio{"peer audio (C listener)", [] {
-                   return CDelivered(&CSeen::audio, true, [] {
+                   return CDelivered(&Seen::audio, true, [] {
                        const std::vector<uint8_t> bytes = Payload(kAudioData);
                        perix_sim_deliver_audio(kAudio.device_id, kAudio.service_id, 3, 1, 2,
                                                bytes.data(), kAudioData);
@@ -841,7 +835,7 @@ sweep::Scenario CSession() {
                                state->sink = 0;
                                orbperix_finalize();
                                ResetEngine();
-                               g_cseen = CSeen();
+                               g_cseen = Seen();
                            }};
 }
 
