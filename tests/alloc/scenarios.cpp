@@ -296,6 +296,36 @@ int SendSomeData(Provider& provider, const std::string& deviceId) {
     return provider.SendData(&deviceId, &data);
 }
 
+// Button data from the peer on the engine's delivery thread, to `seen`'s listener.
+Step PeerButtonStep(const std::string& name, const std::string& deviceId, Seen* seen) {
+    Step step{name, [deviceId, seen] {
+                  return DeliveredTo(*seen, &Seen::button, true, [&] {
+                      const std::vector<uint8_t> bytes = Payload(kButtonData);
+                      perix_sim_peer_post_button(deviceId.c_str(), "btn-0", 2, 0, bytes.data(),
+                                                 kButtonData);
+                      perix_sim_peer_flush();
+                  });
+              }};
+    step.lines = {{kButtonData,
+                   DataNoMemory("On ButtonNotify, new dataExtend failed: , dataLen: ", kButtonData)}};
+    return step;
+}
+
+// Binary data from the peer of the newest handle, to `seen`'s listener.
+Step PeerDataStep(const std::string& name, Seen* seen) {
+    Step step{name, [seen] {
+                  return DeliveredTo(*seen, &Seen::data, true, [] {
+                      const std::vector<uint8_t> bytes = Payload(kReceivedData);
+                      perix_sim_peer_post_data(perix_sim_last_handle(), 3, 4, bytes.data(),
+                                               kReceivedData);
+                      perix_sim_peer_flush();
+                  });
+              }};
+    step.lines = {{kReceivedData,
+                   DataNoMemory("On DataReceive, new data failed: , dataLen: ", kReceivedData)}};
+    return step;
+}
+
 // The notifications every session receives from its peer on the engine's delivery thread.
 void AddPeerNotifications(std::vector<Step>& steps, const std::string& deviceId) {
     steps.push_back(Step{"peer device change", [deviceId] {
@@ -314,17 +344,7 @@ void AddPeerNotifications(std::vector<Step>& steps, const std::string& deviceId)
                                  perix_sim_peer_flush();
                              });
                          }});
-    Step data{"peer data", [] {
-                  return Delivered(&Seen::data, true, [] {
-                      const std::vector<uint8_t> bytes = Payload(kReceivedData);
-                      perix_sim_peer_post_data(perix_sim_last_handle(), 3, 4, bytes.data(),
-                                               kReceivedData);
-                      perix_sim_peer_flush();
-                  });
-              }};
-    data.lines = {{kReceivedData,
-                   DataNoMemory("On DataReceive, new data failed: , dataLen: ", kReceivedData)}};
-    steps.push_back(data);
+    steps.push_back(PeerDataStep("peer data", &g_seen));
 }
 
 }  // namespace
@@ -366,16 +386,7 @@ sweep::Scenario InputSession() {
     Step send{"SendData", [state] { return SendSomeData(*state->provider, state->info.peerDeviceId); }};
     send.lines = {{kSentData, "SendBinaryData, new binaryData failed."}};
     steps.push_back(send);
-    Step button{"peer button data", [state] {
-                    return Delivered(&Seen::button, true, [] {
-                        const std::vector<uint8_t> bytes = Payload(kButtonData);
-                        perix_sim_peer_post_button("tab-1", "btn-0", 2, 0, bytes.data(), kButtonData);
-                        perix_sim_peer_flush();
-                    });
-                }};
-    button.lines = {{kButtonData,
-                     DataNoMemory("On ButtonNotify, new dataExtend failed: , dataLen: ", kButtonData)}};
-    steps.push_back(button);
+    steps.push_back(PeerButtonStep("peer button data", "tab-1", &g_seen));
     AddPeerNotifications(steps, "tab-1");
     steps.push_back(Step{"CloseButton", [state] {
                              return state->provider->CloseButton(&state->button, nullptr, nullptr);
@@ -742,25 +753,8 @@ sweep::Scenario CSession() {
                                  perix_sim_peer_flush();
                              });
                          }});
-    Step button{"peer button data (C listener)", [] {
-                    return CDelivered(&Seen::button, true, [] {
-                        const std::vector<uint8_t> bytes = Payload(kButtonData);
-                        perix_sim_peer_post_button("c-tab", "btn-0", 2, 0, bytes.data(), kButtonData);
-                        perix_sim_peer_flush();
-                    });
-                }};
-    button.lines = {{kButtonData,
-                     DataNoMemory("On ButtonNotify, new dataExtend failed: , dataLen: ", kButtonData)}};
-    steps.push_back(button);
-    Step data{"peer data (C listener)", [] {
-                  return CDelivered(&Seen::data, true, [] {
-                      const std::vector<uint8_t> bytes = Payload(kReceivedData);
-                      perix_sim_peer_post_data(perix_sim_last_handle(), 3, 4, bytes.data(), kReceivedData);
-                      perix_sim_peer_flush();
-                  });
-              }};
-    data.lines = {{kReceivedData, DataNoMemory("On DataReceive, new data failed: , dataLen: ", kReceivedData)}};
-    steps.push_back(data);
+    steps.push_back(PeerButtonStep("peer button data (C listener)", "c-tab", &g_cseen));
+    steps.push_back(PeerDataStep("peer data (C listener)", &g_cseen));
     steps.push_back(Step{"orbperix_create_source_provider and init", [state] {
                              state->source = orbperix_create_source_provider();
                              return state->source != 0 ? orbperix_source_init(state->source) : -1;
