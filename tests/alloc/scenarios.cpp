@@ -149,6 +149,7 @@ std::string DataNoMemory(const char* message, uint32_t length) {
 Step InitializeStep() {
     Step step{"Initialize", [] { return Manager().Initialize(nullptr, "alloc-sweep"); }};
     step.failLine = "PERIXProviderManager Initalize failed: out of memory";
+    step.failCode = -3;
     return step;
 }
 Step FinalizeStep() {
@@ -356,12 +357,14 @@ sweep::Scenario InputSession() {
     Step init{"Init", [state] { return state->provider->Init(); }};
     init.background = 1;
     init.failLine = "Init, start heartbeat thread failed: 12";
+    init.failCode = -13;
     init.lines = {{kHeartbeatBuffer, "ButtonHeart failed: new buttonDataBuffer error"}};
     steps.push_back(init);
     Step registered{"RegisterPERIXListener", [state] {
                         return state->provider->RegisterPERIXListener(&state->info, &state->listener);
                     }};
     registered.failLine = "new PerixSessionInfo fail";
+    registered.failCode = -13;
     steps.push_back(registered);
     steps.push_back(Step{"ConnectDevice", [state] { return state->provider->ConnectDevice(&state->info); }});
     steps.push_back(Step{"StartDeviceService", [state] {
@@ -381,6 +384,7 @@ sweep::Scenario InputSession() {
         post.lines = {{SendBufferOf(kind.type), "sendRemoteCtrlEvent new mSendBuffer error"},
                       {kSender, "new RemoteEvent failed"},
                       {kPacketBuilder, "SendRemoteCtrlEvent: new remoteController failed"}};
+        post.failCode = -3;
         steps.push_back(post);
     }
     Step send{"SendData", [state] { return SendSomeData(*state->provider, state->info.peerDeviceId); }};
@@ -457,6 +461,7 @@ sweep::Scenario SourceSession() {
                     }};
     registered.lines = {{kSessionRecord, "new PerixSessionInfo fail"}};
     registered.failLine = "new PerixSessionInfo fail";
+    registered.failCode = -13;
     steps.push_back(registered);
     steps.push_back(Step{"ConnectDevice", [state] { return state->provider->ConnectDevice(&state->info); }});
     steps.push_back(Step{"OpenAudio", [state] {
@@ -601,6 +606,7 @@ sweep::Scenario Notifications() {
                 }};
     button.lines = {{kButtonData,
                      DataNoMemory("On ButtonNotify, new dataExtend failed: , dataLen: ", kButtonData)}};
+    button.failCode = -13;
     steps.push_back(button);
     for (int channel = 0; channel < 2; ++channel) {
         const bool audio = channel == 0;
@@ -622,6 +628,7 @@ sweep::Scenario Notifications() {
                          audio ? DataNoMemory("On AudioNotify, new dataExtend failed: , dataLen: ", kAudioData)
                                : DataNoMemory("On PartialRefreshNotify, new dataExtend failed: , dataLen: ",
                                               kRefreshData)}};
+        stream.failCode = -13;
         steps.push_back(stream);
     }
     steps.push_back(Step{"providers destroyed", [state] {
@@ -701,6 +708,7 @@ sweep::Scenario CSession() {
     std::vector<Step> steps;
     steps.push_back(Step{"orbperix_initialize", [] { return orbperix_initialize(nullptr, "alloc-sweep-c"); }});
     steps.back().failLine = "PERIXProviderManager Initalize failed: out of memory";
+    steps.back().failCode = -3;
     steps.push_back(Step{"orbperix_create_input_provider", [state] {
                              state->input = orbperix_create_input_provider();
                              return state->input != 0 ? 0 : -1;
@@ -708,6 +716,7 @@ sweep::Scenario CSession() {
     Step init{"orbperix_input_init", [state] { return orbperix_input_init(state->input); }};
     init.background = 1;
     init.failLine = "Init, start heartbeat thread failed: 12";
+    init.failCode = -13;
     init.lines = {{kHeartbeatBuffer, "ButtonHeart failed: new buttonDataBuffer error"}};
     steps.push_back(init);
     Step registered{"orbperix_input_register_listener", [state] {
@@ -716,6 +725,7 @@ sweep::Scenario CSession() {
                     }};
     registered.lines = {{kSessionRecord, "new PerixSessionInfo fail"}};
     registered.failLine = "new PerixSessionInfo fail";
+    registered.failCode = -13;
     steps.push_back(registered);
     steps.push_back(Step{"orbperix_input_connect_device", [state] {
                              return orbperix_input_connect_device(state->input, &state->inputPeer);
@@ -739,6 +749,7 @@ sweep::Scenario CSession() {
     post.lines = {{kSmallSendBuffer, "sendRemoteCtrlEvent new mSendBuffer error"},
                   {kSender, "new RemoteEvent failed"},
                   {kPacketBuilder, "SendRemoteCtrlEvent: new remoteController failed"}};
+    post.failCode = -3;
     steps.push_back(post);
     Step send{"orbperix_input_send_data", [state] {
                   std::vector<uint8_t> bytes = Payload(kSentData);
@@ -765,6 +776,7 @@ sweep::Scenario CSession() {
                           }};
     sourceRegistered.lines = {{kSessionRecord, "new PerixSessionInfo fail"}};
     sourceRegistered.failLine = "new PerixSessionInfo fail";
+    sourceRegistered.failCode = -13;
     steps.push_back(sourceRegistered);
     steps.push_back(Step{"orbperix_source_open_audio", [state] {
                              orbperix_audio_param param;

@@ -174,6 +174,11 @@ std::string Judge(const Scenario& scenario, const Run& clean, size_t cleanSize, 
         !HasMessage(run.lines[s], step.failLine)) {
         return where + " failed without logging \"" + step.failLine + "\"";
     }
+    if (run.results[s] != step.expected && step.failCode != Step::kAnyCode &&
+        run.results[s] != step.failCode) {
+        return where + " failed with " + std::to_string(run.results[s]) + " instead of " +
+               std::to_string(step.failCode);
+    }
     for (const auto& expected : step.lines) {
         if (expected.first == failure.size && !HasMessage(run.lines[s], expected.second)) {
             return where + " did not log \"" + expected.second + "\"";

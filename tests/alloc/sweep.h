@@ -32,8 +32,11 @@ struct Step {
     uint64_t background = 0;
     // When the failing allocation has this size, this exact line must have been logged.
     std::vector<std::pair<size_t, std::string>> lines;
-    // When the step fails (whatever allocation failed), this exact line must have been logged.
+    // When the step fails (whatever allocation failed), this exact line must have been logged
+    // and, unless kAnyCode, the step must have returned `failCode`.
     std::string failLine;
+    static constexpr int kAnyCode = -0x7fffffff;
+    int failCode = kAnyCode;
 };
 
 struct Scenario {
