@@ -40,7 +40,11 @@ void CheckFresh(sweep::Scenario scenario) {
 // First, while this process has no thread but the main one: each run in a child process made
 // by fork, so that what the library creates once per process is failed too.
 TEST(AllocationFailureFreshProcess, InputSession) { CheckFresh(scenarios::InputSession()); }
+TEST(AllocationFailureFreshProcess, SourceSession) { CheckFresh(scenarios::SourceSession()); }
+TEST(AllocationFailureFreshProcess, SinkSession) { CheckFresh(scenarios::SinkSession()); }
+TEST(AllocationFailureFreshProcess, EngineNotifications) { CheckFresh(scenarios::Notifications()); }
 TEST(AllocationFailureFreshProcess, CInterfaceSession) { CheckFresh(scenarios::CSession()); }
+TEST(AllocationFailureFreshProcess, CastBridge) { CheckFresh(scenarios::CastBridge()); }
 
 // Then in this process, run after run: the library's state after a failed run must let the
 // next one work.
