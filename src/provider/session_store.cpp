@@ -167,7 +167,8 @@ bool SessionStore::FirstWithService(std::string* deviceId, std::string* serviceI
 
 // ---- Changes ----
 
-bool SessionStore::SetServiceId(std::string_view deviceId, const std::string& serviceId) noexcept {
+bool SessionStore::SetServiceId(std::string_view deviceId, const std::string& serviceId,
+                                bool* noMemory) noexcept {
     std::lock_guard<std::mutex> lock(mutex_);
     auto found = map_.find(deviceId);
     if (found == map_.end() || found->second == nullptr) {
@@ -176,6 +177,9 @@ bool SessionStore::SetServiceId(std::string_view deviceId, const std::string& se
     try {
         found->second->serviceId = serviceId;
     } catch (const std::bad_alloc&) {
+        if (noMemory != nullptr) {
+            *noMemory = true;
+        }
         return false;
     }
     return true;

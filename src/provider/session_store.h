@@ -120,9 +120,10 @@ public:
     // Device and service ids of the first session in key order that has both non-empty.
     bool FirstWithService(std::string* deviceId, std::string* serviceId) const noexcept;
 
-    // Sets the service id of the session under `deviceId`; false when there is none (or the
-    // copy fails for lack of memory).
-    bool SetServiceId(std::string_view deviceId, const std::string& serviceId) noexcept;
+    // Sets the service id of the session under `deviceId`; false when there is none or the
+    // copy fails for lack of memory (then `*noMemory`, when given, is set).
+    bool SetServiceId(std::string_view deviceId, const std::string& serviceId,
+                      bool* noMemory = nullptr) noexcept;
     // Marks the session under `deviceId` whose handle is still `handle` connected: stores
     // `serverPort`, then copies `keySize` bytes of `key` into its session key with a bounded
     // copy. Returns the copy's code (0, 22, 34), or kSessionGone when that session no longer

@@ -551,6 +551,18 @@ sweep::Scenario Notifications() {
                              state->inputHandle = perix_sim_last_handle();
                              return r;
                          }});
+    // A service id longer than the string's inline capacity: the session's copy allocates.
+    // (No input is posted in this scenario, so the heartbeat never writes.)
+    steps.push_back(Step{"OpenButton (long service id)", [state] {
+                             if (!state->input) {
+                                 return -1;
+                             }
+                             ServiceInfo button{"input-peer-with-a-long-identifier",
+                                                "button-service-with-a-long-id", 6};
+                             return state->input->OpenButton(&button, nullptr);
+                         }});
+    steps.back().failLine = "OpenButton failed, no memory for the service id";
+    steps.back().failCode = -3;
     steps.push_back(Step{"source provider registered", [state] {
                              state->source = Manager().CreateSourceProvider();
                              if (!state->source) {
