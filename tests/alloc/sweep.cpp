@@ -139,9 +139,15 @@ bool HasMessage(const std::vector<Line>& lines, const std::string& message) {
     return false;
 }
 
-// Empty when the failure of allocation `n` was handled; else what went wrong.
-std::string Judge(const Scenario& scenario, const Run& clean, size_t cleanSize, const Run& run,
-                  uint64_t n) {
+// Empty when the failure in `run` was handled; else what went wrong. Handled means: the same
+// allocation as in the clean run failed; every step before it did as in the clean run; the
+// failing step either failed and logged a new error line (the step's own line and code where
+// it names them, the defined line for the allocation's size where there is one), or succeeded
+// and either logged a new error line (operations whose result does not report the failure,
+// such as SendData, and the heartbeat thread's buffer) or wrote fewer lines (a log line that
+// could not be built); no more library bytes stayed
+// allocated than after the clean run; no more engine handles stayed live.
+std::string Judge(const Scenario& scenario, const Run& clean, size_t cleanSize, const Run& run) {
     const failalloc::Failure& failure = run.failure;
     if (!failure.happened || failure.step < 0) {
         return "the allocation was not reached (allocations differ between runs)";
@@ -192,7 +198,6 @@ std::string Judge(const Scenario& scenario, const Run& clean, size_t cleanSize, 
         return where + ": engine handles left live: " + std::to_string(run.liveHandles) +
                " (clean run: " + std::to_string(clean.liveHandles) + ")";
     }
-    (void)n;
     return std::string();
 }
 
@@ -386,7 +391,7 @@ Outcome SweepFresh(const Scenario& scenario) {
         std::vector<size_t> ignored;
         std::string problem = RunInChild(scenario, n, &run, &ignored);
         if (problem.empty()) {
-            problem = Judge(scenario, clean, sizes[n], run, n);
+            problem = Judge(scenario, clean, sizes[n], run);
             ListOutcome(scenario, clean, run, n);
         }
         if (!problem.empty()) {
@@ -437,7 +442,7 @@ Outcome Sweep(const Scenario& scenario) {
     }
     for (uint64_t n = 1; n <= clean.count; ++n) {
         const Run run = RunOnce(scenario, n);
-        const std::string problem = Judge(scenario, clean, sizes[n], run, n);
+        const std::string problem = Judge(scenario, clean, sizes[n], run);
         ListOutcome(scenario, clean, run, n);
         if (!problem.empty()) {
             outcome.problems.push_back(scenario.name + ", allocation " + std::to_string(n) + ": " +
