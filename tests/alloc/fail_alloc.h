@@ -5,9 +5,11 @@
 // libOrbPerixProvider's text segment: the caller's return address lies there, or the caller is
 // out-of-line libstdc++ code (std::string growth, string streams, std::thread) called from the
 // library, which the stack walk finds as the first frame outside libstdc++. Allocations made
-// by the test itself, the simulated engine, the sink stand-ins and libstdc++ on their behalf
-// are not counted. Allocations made while the library is loaded (static constants, before
-// main) are not counted either: counting starts with Enable.
+// by the test itself, the simulated engine, the sink and cast stand-ins (even inside a call
+// the library makes to them) and libstdc++ on their behalf are not counted. Allocations made
+// while the library is loaded (static constants, before main) are not counted either:
+// counting starts with Enable. Memory taken with malloc rather than operator new is not seen
+// (the library takes none).
 //
 // Counted allocations are numbered 1, 2, ... across all threads; when armed with N, the N-th
 // fails (nullptr from the nothrow forms, std::bad_alloc from the others) and every other one
