@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds OrbPerixProvider for Linux and Windows and runs every test: natively, under wine, and
 # in the Linux sanitizer builds (AddressSanitizer+LeakSanitizer+UBSan, ThreadSanitizer for the
-# stress tests). Installs what is missing on a Debian machine first (as root).
+# stress tests), and the allocation-failure sweep (Linux). Installs what is missing on a Debian
+# machine first (as root).
 #
 #   scripts/test.sh            everything
 #   scripts/test.sh --no-sanitizers   skip the two sanitizer builds
@@ -62,7 +63,19 @@ step() {  # step NAME command...: runs a build step, fails the run on error
 mkdir -p build
 # ---- Linux ----
 if step linux-configure cmake --preset linux && step linux-build cmake --build --preset linux -j "$JOBS"; then
-  run_ctest linux linux
+  # The allocation sweep runs once, in its own step below, which prints its count.
+  run_ctest linux linux -LE alloc
+  # Every allocation of the library's own code failed once per scenario (about 10 s).
+  if step alloc-sweep build/linux/bin/orbperix_alloc_sweep; then
+    ALLOC_LINE=$(grep -E '^[0-9]+ allocation points, all handled$' build/step-alloc-sweep.log)
+    if [ -n "$ALLOC_LINE" ]; then
+      echo "   $ALLOC_LINE"
+      SUMMARY+=("alloc-sweep: $ALLOC_LINE")
+    else
+      echo "   [alloc-sweep] no count line (see build/step-alloc-sweep.log)"
+      SUMMARY+=("alloc-sweep: no count line"); FAILED=1
+    fi
+  fi
   step linux-exports scripts/check-exports.sh linux build/linux || true
   step linux-consumer scripts/consumer.sh linux || true
   step python-demo python3 examples/python/demo.py --check || true

@@ -23,9 +23,10 @@ void Emit(Route route, LOG_MESSAGE_LEVEL level, const char* scope,
             TagLogger().Log(level, line);
         }
         line << L"(" << scope << L")";
-        // Asked afresh for every line: the sink owns its singleton's life.
+        // Asked afresh for every line: the sink owns its singleton's life. A scope that could
+        // not be appended (out of memory) drops the line here rather than write it cut short.
         QxLogger* trace = QxLogger::GetInstance();
-        if (trace != nullptr) {
+        if (trace != nullptr && !line.fail()) {
             trace->Log(level, line);
         }
     } catch (...) {

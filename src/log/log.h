@@ -44,7 +44,11 @@ void Write(Route route, LOG_MESSAGE_LEVEL level, const char* scope,
     try {
         std::basic_stringstream<wchar_t> line;
         (detail::Put(line, parts), ...);
-        Emit(route, level, scope, line);
+        // A stream that could not grow marks itself failed instead of throwing; a line cut
+        // short is dropped, never written.
+        if (!line.fail()) {
+            Emit(route, level, scope, line);
+        }
     } catch (...) {
         // A line that cannot be built (out of memory) is dropped: logging never fails the caller.
     }

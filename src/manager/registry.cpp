@@ -17,16 +17,19 @@ namespace OrbPerix {
 namespace {
 
 // Builds a provider bound to the engine load that is live now (or to "no engine", whose calls
-// all return -13) and registers it. Out of memory gives an empty pointer: no exception leaves
-// the library.
+// all return -13) and registers it. Out of memory gives an empty pointer and one error line:
+// no exception leaves the library. A provider built but not registered is destroyed here.
 template <typename Concrete, typename Interface>
 std::shared_ptr<Interface> CreateProvider(std::set<std::shared_ptr<Interface>>& registry,
-                                          const char* scope, const char* createdMessage) noexcept {
+                                          const char* scope, const char* createdMessage,
+                                          const char* failedMessage) noexcept {
     std::shared_ptr<Interface> provider;
     try {
         provider = std::make_shared<Concrete>(engine::Current());
         registry.insert(provider);
     } catch (...) {
+        provider.reset();
+        log::Manager(LOG_MESSAGE_ERROR, scope, failedMessage);
         return nullptr;
     }
     log::Manager(LOG_MESSAGE_INFO, scope, createdMessage, registry.size());
@@ -57,19 +60,22 @@ bool DestroyProvider(std::set<std::shared_ptr<Interface>>& registry,
 std::shared_ptr<ISinkProvider> PERIXProviderManager::CreateSinkProvider() {
     return CreateProvider<SinkProvider>(sinkProviders,
                                         "OrbPerix::PERIXProviderManager::CreateSinkProvider",
-                                        "Create SinkProvider success, sinkProvider count = ");
+                                        "Create SinkProvider success, sinkProvider count = ",
+                                        "Create SinkProvider failed: out of memory");
 }
 
 std::shared_ptr<ISourceProvider> PERIXProviderManager::CreateSourceProvider() {
     return CreateProvider<SourceProvider>(
         sourceProviders, "OrbPerix::PERIXProviderManager::CreateSourceProvider",
-        "Create SourceProvider success, SourceProvider count = ");
+        "Create SourceProvider success, SourceProvider count = ",
+        "Create SourceProvider failed: out of memory");
 }
 
 std::shared_ptr<IInputProvider> PERIXProviderManager::CreateInputProvider() {
     return CreateProvider<InputProvider>(inputProviders,
                                          "OrbPerix::PERIXProviderManager::CreateInputProvider",
-                                         "Create InputProvider success, InputProvider count = ");
+                                         "Create InputProvider success, InputProvider count = ",
+                                         "Create InputProvider failed: out of memory");
 }
 
 // The sink's texts say "Destroy" while the operation and the other kinds say "Destory":

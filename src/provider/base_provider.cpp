@@ -2,6 +2,7 @@
 
 #include <new>
 #include <string>
+#include <utility>
 
 #include "log/log.h"
 #include "capture/capture.h"
@@ -110,8 +111,14 @@ void BaseProvider::DataReceive(SessionStore& sessions, void* handle,
     }
     SessionFacts facts;
     std::string deviceId;
-    if (!sessions.LookupByHandle(handle, &facts, &deviceId) ||
-        facts.listener.onDataReceive == nullptr) {
+    bool noMemory = false;
+    const bool found = sessions.LookupByHandle(handle, &facts, &deviceId, &noMemory);
+    if (noMemory) {
+        // The session is there, but its device id could not be copied for the listener.
+        LogNoMemory(kScope, kEvent);
+        return;
+    }
+    if (!found || facts.listener.onDataReceive == nullptr) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "On DataReceive, Listen function is null");
         return;
     }
@@ -135,9 +142,11 @@ void BaseProvider::DataReceive(SessionStore& sessions, void* handle,
         }
     }
     try {
-        // The listener takes the device id by value: its copy is made here, inside the guard.
+        // The listener takes the device id by value: it gets this private copy, moved, so that
+        // no allocation happens inside the listener guard (where it would read as a throwing
+        // listener).
         CallListener(kScope, kEvent, facts.route,
-                     [&] { facts.listener.onDataReceive(deviceId, &copy); });
+                     [&] { facts.listener.onDataReceive(std::move(deviceId), &copy); });
     } catch (const std::bad_alloc&) {
         LogNoMemory(kScope, kEvent);
     }

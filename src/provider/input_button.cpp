@@ -49,7 +49,12 @@ int InputProvider::OpenButton(ServiceInfo* service, void* /*reserved*/) {
         return -2;
     }
     // The heartbeat later writes to the service stored here.
-    if (!InputKind::Sessions().SetServiceId(service->deviceId, service->serviceId)) {
+    bool noMemory = false;
+    if (!InputKind::Sessions().SetServiceId(service->deviceId, service->serviceId, &noMemory)) {
+        if (noMemory) {
+            log::Trace(LOG_MESSAGE_ERROR, kScope, "OpenButton failed, no memory for the service id");
+            return -3;
+        }
         log::Trace(LOG_MESSAGE_ERROR, kScope, "OpenButton failed, sessionInfo is null.");
         return -2;
     }

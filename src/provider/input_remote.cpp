@@ -74,12 +74,14 @@ int InputProvider::PostRemoteCtrlEvent(ServiceInfo* service, RemoteCtrlEvent* ev
     LARGE_INTEGER frequency{};
     frequency.QuadPart = g.clockFrequency.load(std::memory_order_relaxed);
     RemoteUtil::RemoteEvent* sender = RemoteUtil::RemoteEvent::GetInstance();
-    // A sender that could not be created encodes nothing; the empty write then goes to the
-    // engine as a failed encoding does.
-    const int length = sender != nullptr ? sender->SendRemoteCtrlEvent(
-                                               event, buffer, EncoderCapacity(event->type),
-                                               start, frequency)
-                                         : -1;
+    if (sender == nullptr) {
+        // Out of memory for the sender ("new RemoteEvent failed" is logged by GetInstance;
+        // a later event tries again): nothing was encoded, so nothing is written.
+        delete[] buffer;
+        return -3;
+    }
+    const int length =
+        sender->SendRemoteCtrlEvent(event, buffer, EncoderCapacity(event->type), start, frequency);
     if (length > kMaxPacketLength) {
         log::Trace(LOG_MESSAGE_ERROR, kScope,
                    "remoteController ConstructRemoteCtrlPacke packetLength Error");

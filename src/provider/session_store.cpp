@@ -123,8 +123,8 @@ SessionStore::Lease SessionStore::AcquireByHandle(void* handle) noexcept {
     return Lease();
 }
 
-bool SessionStore::LookupByHandle(void* handle, SessionFacts* out,
-                                  std::string* deviceId) const noexcept {
+bool SessionStore::LookupByHandle(void* handle, SessionFacts* out, std::string* deviceId,
+                                  bool* noMemory) const noexcept {
     std::lock_guard<std::mutex> lock(mutex_);
     for (const auto& entry : map_) {
         const PerixSessionInfo* record = entry.second;
@@ -136,6 +136,9 @@ bool SessionStore::LookupByHandle(void* handle, SessionFacts* out,
             try {
                 *deviceId = record->deviceId;
             } catch (const std::bad_alloc&) {
+                if (noMemory != nullptr) {
+                    *noMemory = true;
+                }
                 return false;
             }
         }
@@ -164,7 +167,8 @@ bool SessionStore::FirstWithService(std::string* deviceId, std::string* serviceI
 
 // ---- Changes ----
 
-bool SessionStore::SetServiceId(std::string_view deviceId, const std::string& serviceId) noexcept {
+bool SessionStore::SetServiceId(std::string_view deviceId, const std::string& serviceId,
+                                bool* noMemory) noexcept {
     std::lock_guard<std::mutex> lock(mutex_);
     auto found = map_.find(deviceId);
     if (found == map_.end() || found->second == nullptr) {
@@ -173,6 +177,9 @@ bool SessionStore::SetServiceId(std::string_view deviceId, const std::string& se
     try {
         found->second->serviceId = serviceId;
     } catch (const std::bad_alloc&) {
+        if (noMemory != nullptr) {
+            *noMemory = true;
+        }
         return false;
     }
     return true;

@@ -113,14 +113,17 @@ public:
     // A lease on the first session in key order whose handle is `handle`; empty when none.
     Lease AcquireByHandle(void* handle) noexcept;
     // The first session in key order whose handle is `handle`: its facts and a copy of its
-    // device id (`deviceId` may be null). False when none matches or the copy fails.
-    bool LookupByHandle(void* handle, SessionFacts* out, std::string* deviceId) const noexcept;
+    // device id (`deviceId` may be null). False when none matches or the copy fails; in the
+    // latter case `*noMemory` (when given) is set.
+    bool LookupByHandle(void* handle, SessionFacts* out, std::string* deviceId,
+                        bool* noMemory = nullptr) const noexcept;
     // Device and service ids of the first session in key order that has both non-empty.
     bool FirstWithService(std::string* deviceId, std::string* serviceId) const noexcept;
 
-    // Sets the service id of the session under `deviceId`; false when there is none (or the
-    // copy fails for lack of memory).
-    bool SetServiceId(std::string_view deviceId, const std::string& serviceId) noexcept;
+    // Sets the service id of the session under `deviceId`; false when there is none or the
+    // copy fails for lack of memory (then `*noMemory`, when given, is set).
+    bool SetServiceId(std::string_view deviceId, const std::string& serviceId,
+                      bool* noMemory = nullptr) noexcept;
     // Marks the session under `deviceId` whose handle is still `handle` connected: stores
     // `serverPort`, then copies `keySize` bytes of `key` into its session key with a bounded
     // copy. Returns the copy's code (0, 22, 34), or kSessionGone when that session no longer
