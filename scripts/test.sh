@@ -64,6 +64,7 @@ mkdir -p build
 if step linux-configure cmake --preset linux && step linux-build cmake --build --preset linux -j "$JOBS"; then
   run_ctest linux linux
   step linux-exports scripts/check-exports.sh linux build/linux || true
+  step linux-cpp-layer scripts/cpp-layer.sh linux build/linux || true
   step linux-consumer scripts/consumer.sh linux || true
   step python-demo python3 examples/python/demo.py --check || true
 fi
@@ -72,6 +73,7 @@ fi
 if step windows-configure cmake --preset windows && step windows-build cmake --build --preset windows -j "$JOBS"; then
   run_ctest windows windows
   step windows-exports scripts/check-exports.sh windows build/windows || true
+  step windows-cpp-layer scripts/cpp-layer.sh windows build/windows || true
   step windows-consumer scripts/consumer.sh windows || true
 fi
 

@@ -283,6 +283,11 @@ ORBPERIX_API int orbperix_is_initialized(void);
 /* Releases and unloads the engine; nothing when not initialised. */
 ORBPERIX_API void orbperix_finalize(void);
 
+/* Writes one error line `text` under the scope `where` through the library's log, beside the
+ * library's own lines. For layers built over this interface (orbperix.hpp) that must report a
+ * failure of their own; a null text or scope is written as empty. */
+ORBPERIX_API void orbperix_log_error(const char* where, const char* text);
+
 /* ---- Create and destroy ---- */
 
 /* A new provider's handle, or 0 when the library or the handle table could not make one. */

@@ -126,6 +126,10 @@ void orbperix_finalize(void) {
     }
 }
 
+void orbperix_log_error(const char* where, const char* text) {
+    log::Trace(LOG_MESSAGE_ERROR, where != nullptr ? where : "", text != nullptr ? text : "");
+}
+
 orbperix_input_handle orbperix_create_input_provider(void) {
     return CreateProvider<IInputProvider>(ORBPERIX_C_SCOPE(orbperix_create_input_provider));
 }
