@@ -477,16 +477,17 @@ public:
 
     // 0; -4 already initialised; -13 engine or getter missing; the engine's result.
     Code Initialize(std::string_view init_text, tagPERIXLogFuncGroup* log_funcs = nullptr) noexcept {
-        char* text = new (std::nothrow) char[init_text.size() + 1];
-        if (text == nullptr) {
-            return detail::Fail(kNoMemory, "orbperix::Manager", "out of memory for the init text");
-        }
-        std::memcpy(text, init_text.data(), init_text.size());
-        text[init_text.size()] = '\0';
-        const Code result(orbperix_initialize(log_funcs, text));
-        delete[] text;
+        const Code result = WithText(init_text, [log_funcs](const char* text) {
+            return orbperix_initialize(log_funcs, text);
+        });
         owns_ = owns_ || result.ok();
         return result;
+    }
+    // Where the next Initialize loads the engine from: its file, or a folder holding it (UTF-8;
+    // empty: the default, beside the executable). 0; -4 while initialised. See
+    // orbperix_set_engine_path for the environment variable with the same effect.
+    static Code SetEnginePath(std::string_view path) noexcept {
+        return WithText(path, [](const char* text) { return orbperix_set_engine_path(text); });
     }
     static bool IsInitialized() noexcept { return orbperix_is_initialized() == 1; }
     // Finalises the engine when this owner initialised it.
@@ -498,6 +499,19 @@ public:
     explicit operator bool() const noexcept { return owns_; }
 
 private:
+    // Calls `fn` with a NUL-terminated copy of `text`.
+    template <typename F>
+    static Code WithText(std::string_view text, F&& fn) noexcept {
+        char* copy = new (std::nothrow) char[text.size() + 1];
+        if (copy == nullptr) {
+            return detail::Fail(kNoMemory, "orbperix::Manager", "out of memory for a text");
+        }
+        std::memcpy(copy, text.data(), text.size());
+        copy[text.size()] = '\0';
+        const Code result(fn(copy));
+        delete[] copy;
+        return result;
+    }
     bool owns_ = false;
 };
 

@@ -278,6 +278,15 @@ typedef struct orbperix_listener {
  * else the engine's result. init_text is NUL-terminated (null: ORBPERIX_C_INVALID_ARGUMENT). */
 ORBPERIX_API int orbperix_initialize(struct tagPERIXLogFuncGroup* log_funcs,
                                      const char* init_text);
+/* Where orbperix_initialize loads the engine from: `path` (UTF-8) names the engine's file, or a
+ * folder that holds it under its usual name (liborbperix.dll / liborbperix.so); a relative path
+ * is taken from the current directory. Null or "" restores the default, the executable's folder.
+ * When no path is set this way, the environment variable ORBPERIX_ENGINE_PATH, read at each
+ * initialisation, has the same effect. With a path, only that place is tried: an engine that
+ * cannot be loaded there makes orbperix_initialize return -13 with the line "LoadLibrary
+ * failed", as the default place does. Takes effect at the next initialisation: 0; -4 while
+ * initialised (nothing changes); ORBPERIX_C_NO_MEMORY. */
+ORBPERIX_API int orbperix_set_engine_path(const char* path);
 /* 1 when initialised, else 0. */
 ORBPERIX_API int orbperix_is_initialized(void);
 /* Releases and unloads the engine; nothing when not initialised. */

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "capi/capi_common.h"
+#include "manager/engine_location.h"
 #include "util/no_destructor.h"
 #include "orbperix/manager.h"
 
@@ -106,6 +107,22 @@ int orbperix_initialize(struct tagPERIXLogFuncGroup* log_funcs, const char* init
         return Manager().Initialize(log_funcs, std::string(init_text));
     } catch (...) {
         return Fail(ORBPERIX_C_SCOPE(orbperix_initialize), ORBPERIX_C_NO_MEMORY, "out of memory");
+    }
+}
+
+int orbperix_set_engine_path(const char* path) {
+    const char* scope = ORBPERIX_C_SCOPE(orbperix_set_engine_path);
+    try {
+        std::lock_guard<std::mutex> lock(ManagerMutex());
+        if (Manager().IsManagerInitialized()) {
+            return Fail(scope, -4, "the engine is loaded already: the path applies before initialising");
+        }
+        if (engine_location::Set(path) != 0) {
+            return Fail(scope, ORBPERIX_C_NO_MEMORY, "out of memory");
+        }
+        return 0;
+    } catch (...) {
+        return Fail(scope, -13, "unexpected exception");
     }
 }
 

@@ -456,4 +456,21 @@ TEST_F(Layer, ManagerOwnerFinalisesOnlyWhatItInitialised) {
     EXPECT_FALSE(orbperix::Manager::IsInitialized());
 }
 
+TEST_F(Layer, EnginePathAppliesBeforeInitialising) {
+    // Refused while the engine is loaded.
+    EXPECT_EQ(orbperix::Manager::SetEnginePath("nowhere"), orbperix::kWrongState);
+    manager_.Finalize();
+    // A view that is not NUL-terminated: only its length counts ("nowhere", not "nowhereXX").
+    const std::string_view missing = std::string_view("nowhereXX").substr(0, 7);
+    ASSERT_EQ(orbperix::Manager::SetEnginePath(missing).value(), 0);
+    {
+        Lines lines;
+        EXPECT_EQ(manager_.Initialize("layer-test"), orbperix::kNotAvailable);
+        EXPECT_EQ(lines.Count("engine location: nowhere("), 1);
+        EXPECT_EQ(lines.Count("LoadLibrary failed"), 1);
+    }
+    ASSERT_EQ(orbperix::Manager::SetEnginePath({}).value(), 0);  // back to the default
+    EXPECT_EQ(manager_.Initialize("layer-test").value(), 0);
+}
+
 }  // namespace
