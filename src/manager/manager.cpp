@@ -53,6 +53,9 @@ PERIXProviderManager::PERIXProviderManager()
       refreshHandlerSource(),
       partialRefreshHandlerFun(nullptr) {}
 
+PERIXProviderManager::PERIXProviderManager(const PERIXProviderManager& other) = default;
+PERIXProviderManager& PERIXProviderManager::operator=(const PERIXProviderManager& other) = default;
+
 // Never runs for the instance (see GetInstance); kept for the exported interface.
 PERIXProviderManager::~PERIXProviderManager() = default;
 
