@@ -74,6 +74,7 @@ if step windows-configure cmake --preset windows && step windows-build cmake --b
   run_ctest windows windows
   step windows-exports scripts/check-exports.sh windows build/windows || true
   step windows-cpp-layer scripts/cpp-layer.sh windows build/windows || true
+  step windows-version python3 scripts/dll-version.py build/windows/bin/OrbPerixProvider.dll || true
   step windows-consumer scripts/consumer.sh windows || true
 fi
 
