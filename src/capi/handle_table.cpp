@@ -1,6 +1,5 @@
 #include "capi/handle_table.h"
 
-#include <new>
 #include <utility>
 
 #include "util/no_destructor.h"
@@ -11,12 +10,28 @@ namespace capi {
 namespace {
 
 constexpr uint32_t kGenerationMask = 0xFFFFFFu;
+constexpr uint64_t kUsesMask = 0x7FFFFFFFu;
+constexpr uint64_t kDying = uint64_t{1} << 31;
 
 uint64_t MakeHandle(HandleKind kind, uint32_t generation, uint32_t index) noexcept {
     return (static_cast<uint64_t>(kind) << 56) |
            (static_cast<uint64_t>(generation & kGenerationMask) << 32) |
            (static_cast<uint64_t>(index) + 1u);
 }
+
+// A slot's state word for a live object of `kind` and `generation`, no Use, not dying.
+uint64_t LiveState(HandleKind kind, uint32_t generation) noexcept {
+    return (static_cast<uint64_t>(generation & kGenerationMask) << 40) |
+           (static_cast<uint64_t>(kind) << 32);
+}
+
+// The state word a handle names (Uses and the dying bit cleared).
+uint64_t NamedState(uint64_t handle) noexcept {
+    return LiveState(static_cast<HandleKind>(handle >> 56),
+                     static_cast<uint32_t>(handle >> 32) & kGenerationMask);
+}
+
+constexpr uint64_t kIdentityMask = ~(kUsesMask | kDying);
 
 // The innermost Use held by this thread (a chain through the Uses on its stack).
 thread_local const HandleTable::Use* t_innermost = nullptr;
@@ -58,74 +73,68 @@ HandleTable::Use::~Use() {
 
 uint64_t HandleTable::Add(HandleKind kind, std::shared_ptr<void> object) noexcept {
     std::lock_guard<std::mutex> lock(mutex_);
-    try {
-        uint32_t index;
-        if (!freeList_.empty()) {
-            index = freeList_.back();
-            freeList_.pop_back();
-        } else {
-            if (slots_.size() >= 0xFFFFFFFEu) {
-                return 0;
-            }
-            // Reserve the free-list entry now so that freeing a slot never has to allocate.
-            freeList_.reserve(slots_.size() + 1);
-            slots_.emplace_back();
-            index = static_cast<uint32_t>(slots_.size() - 1);
-        }
+    for (uint32_t n = 0; n < kSlots; ++n) {
+        const uint32_t index = (nextFree_ + n) % kSlots;
         Slot& slot = slots_[index];
-        slot.kind = kind;
-        slot.dying = false;
+        if (slot.object != nullptr || slot.state.load(std::memory_order_relaxed) != 0) {
+            continue;
+        }
+        slot.raw = object.get();
         slot.object = std::move(object);
+        slot.freeOnLastUse = false;
+        // Publishes raw to the Acquire that sees this state.
+        slot.state.store(LiveState(kind, slot.generation), std::memory_order_release);
+        nextFree_ = (index + 1) % kSlots;
         return MakeHandle(kind, slot.generation, index);
-    } catch (...) {
-        return 0;
     }
-}
-
-HandleTable::Slot* HandleTable::Locate(uint64_t handle, HandleKind kind) noexcept {
-    const uint64_t low = handle & 0xFFFFFFFFu;
-    if (low == 0 || low > slots_.size() || static_cast<HandleKind>(handle >> 56) != kind) {
-        return nullptr;
-    }
-    Slot& slot = slots_[low - 1];
-    const uint32_t generation = static_cast<uint32_t>(handle >> 32) & kGenerationMask;
-    if (slot.kind != kind || slot.dying || (slot.generation & kGenerationMask) != generation) {
-        return nullptr;
-    }
-    return &slot;
+    return 0;
 }
 
 HandleTable::Use HandleTable::Acquire(uint64_t handle, HandleKind kind) noexcept {
-    std::lock_guard<std::mutex> lock(mutex_);
-    Slot* slot = Locate(handle, kind);
-    if (slot == nullptr) {
+    const uint64_t low = handle & 0xFFFFFFFFu;
+    if (low == 0 || low > kSlots || static_cast<HandleKind>(handle >> 56) != kind ||
+        kind == HandleKind::kFree) {
         return Use();
     }
-    ++slot->uses;
-    return Use(this, static_cast<uint32_t>(slot - slots_.data()), slot->object.get());
+    const uint32_t index = static_cast<uint32_t>(low - 1);
+    Slot& slot = slots_[index];
+    const uint64_t named = NamedState(handle);
+    uint64_t state = slot.state.load(std::memory_order_acquire);
+    do {
+        // Another generation or kind, a free slot, or a dying one: no new Use.
+        if ((state & kIdentityMask) != named || (state & kDying) != 0 ||
+            (state & kUsesMask) == kUsesMask) {
+            return Use();
+        }
+    } while (!slot.state.compare_exchange_weak(state, state + 1, std::memory_order_acquire,
+                                               std::memory_order_acquire));
+    return Use(this, index, slot.raw);
 }
 
 std::shared_ptr<void> HandleTable::Free(Slot& slot) noexcept {
     std::shared_ptr<void> object = std::move(slot.object);
-    slot.kind = HandleKind::kFree;
-    slot.dying = false;
+    slot.raw = nullptr;
     slot.freeOnLastUse = false;
     slot.generation = (slot.generation + 1) & kGenerationMask;
     if (slot.generation == 0) {
         slot.generation = 1;
     }
-    // Capacity was reserved by Add, so this cannot throw.
-    freeList_.push_back(static_cast<uint32_t>(&slot - slots_.data()));
+    // State 0: free; no handle names generation 0, so no Acquire matches it.
+    slot.state.store(0, std::memory_order_release);
     return object;
 }
 
 void HandleTable::EndUse(uint32_t index) noexcept {
+    Slot& slot = slots_[index];
+    const uint64_t before = slot.state.fetch_sub(1, std::memory_order_acq_rel);
+    if ((before & kDying) == 0) {
+        return;  // the common case: no lock
+    }
     std::shared_ptr<void> last;
     {
+        // Under the mutex, so that a Remove waiting on the condition cannot miss the wake-up.
         std::lock_guard<std::mutex> lock(mutex_);
-        Slot& slot = slots_[index];
-        --slot.uses;
-        if (slot.freeOnLastUse && slot.uses == 0) {
+        if (slot.freeOnLastUse && (slot.state.load(std::memory_order_acquire) & kUsesMask) == 0) {
             // Removed from inside this very call: the object dies here, after the call.
             last = Free(slot);
         }
@@ -135,26 +144,35 @@ void HandleTable::EndUse(uint32_t index) noexcept {
 }
 
 std::shared_ptr<void> HandleTable::Remove(uint64_t handle, HandleKind kind) noexcept {
-    uint32_t own = 0;
-    std::unique_lock<std::mutex> lock(mutex_);
-    Slot* slot = Locate(handle, kind);
-    if (slot == nullptr) {
+    const uint64_t low = handle & 0xFFFFFFFFu;
+    if (low == 0 || low > kSlots || static_cast<HandleKind>(handle >> 56) != kind ||
+        kind == HandleKind::kFree) {
         return std::shared_ptr<void>();
     }
-    const uint32_t index = static_cast<uint32_t>(slot - slots_.data());
+    const uint32_t index = static_cast<uint32_t>(low - 1);
+    Slot& slot = slots_[index];
+    const uint64_t named = NamedState(handle);
+    std::unique_lock<std::mutex> lock(mutex_);
+    uint64_t state = slot.state.load(std::memory_order_acquire);
+    do {
+        if ((state & kIdentityMask) != named || (state & kDying) != 0) {
+            return std::shared_ptr<void>();
+        }
+    } while (!slot.state.compare_exchange_weak(state, state | kDying, std::memory_order_acq_rel,
+                                               std::memory_order_acquire));
+    uint64_t own = 0;
     for (const Use* use = t_innermost; use != nullptr; use = use->outer_) {
         own += use->table_ == this && use->index_ == index ? 1 : 0;
     }
-    slot->dying = true;  // no new Use from here on
-    // Slots may move while we wait (Add grows the vector): look the slot up by index.
-    usesEnded_.wait(lock, [&] { return slots_[index].uses == own; });
-    Slot& current = slots_[index];
+    usesEnded_.wait(lock, [&] {
+        return (slot.state.load(std::memory_order_acquire) & kUsesMask) == own;
+    });
     if (own == 0) {
-        return Free(current);
+        return Free(slot);
     }
     // The calling thread still uses it further up its stack: the last Use frees the slot.
-    current.freeOnLastUse = true;
-    return current.object;
+    slot.freeOnLastUse = true;
+    return slot.object;
 }
 
 }  // namespace capi
