@@ -71,4 +71,13 @@ else
     echo "clang++ build of the layer test FAILED"; status=1
 fi
 import_check "$dir/bin/orbperix_layer_test"
+
+# The README's example, built with clang++ and run against the simulated engine.
+hello=$dir/bin/orbperix_hello
+if clang++ -std=c++17 "${strict[@]}" -Iinclude examples/cpp/hello.cpp -o "$hello" \
+        -L"$dir/bin" -lOrbPerixProvider -Wl,-rpath,'$ORIGIN' && "$hello"; then
+    echo "examples/cpp/hello.cpp: built with clang++ and ran"
+else
+    echo "examples/cpp/hello.cpp FAILED"; status=1
+fi
 exit $status
