@@ -8,10 +8,15 @@
 // (kSlots); Add fails when all are taken.
 //
 // Thread-safe. The per-call path (Acquire and the end of a Use) takes no lock: each slot keeps
-// its generation, kind, a "dying" bit and its count of Uses in flight in one atomic word, and a
-// Use is taken by a compare-and-swap that succeeds only while the word still names the same
-// live generation. Add and Remove (create and destroy, rare) take the table's mutex. Remove
-// marks the slot dying (no new Use) and waits until the Uses of other threads on it have ended,
+// its generation, kind and a "dying" bit in one atomic word. Where the platform has an
+// asymmetric barrier, a thread announces its Use with a plain store into a record of its own
+// (the first kThreadRecords threads get one, kNested Uses deep) and then checks the slot's word;
+// Remove sets the dying bit, runs the barrier (after which every thread either sees the bit or
+// has its announcement visible) and reads the announcements. Elsewhere, past those limits, a
+// Use is counted in the slot's word by a compare-and-swap that succeeds only while the word
+// still names the same live generation. Add and Remove (create and destroy, rare) take the
+// table's mutex. Remove marks the slot dying (no new Use) and waits until the Uses of other
+// threads on it have ended,
 // so that the caller (destroy) can drop the object knowing no call is still running on it; a
 // Use that ends on a dying slot takes the mutex to wake it. A Use held by the removing thread
 // itself (destroy from inside a listener that the same call triggered) cannot be waited for:
@@ -34,6 +39,9 @@ enum class HandleKind : uint8_t { kFree = 0, kInput = 1, kSource = 2, kSink = 3,
 class HandleTable {
 public:
     static constexpr uint32_t kSlots = 4096;
+    static constexpr uint32_t kThreadRecords = 256;
+    static constexpr uint32_t kNested = 8;
+    static constexpr uint32_t kCounted = ~0u;  // a Use counted in its slot, not announced
 
     // The process-wide table; never destroyed, so that calls at process exit stay safe.
     static HandleTable& Instance() noexcept;
@@ -52,11 +60,12 @@ public:
 
     private:
         friend class HandleTable;
-        Use(HandleTable* table, uint32_t index, void* object) noexcept;
+        Use(HandleTable* table, uint32_t index, void* object, uint32_t announced) noexcept;
 
         HandleTable* table_ = nullptr;
         uint32_t index_ = 0;
         void* object_ = nullptr;
+        uint32_t announced_ = kCounted;  // the position in this thread's record, or kCounted
         const Use* outer_ = nullptr;  // the Use this thread held before this one
     };
 
@@ -71,21 +80,36 @@ public:
 
 private:
     struct Slot {
-        // generation (bits 40-63) | kind (32-39) | dying (31) | Uses in flight (0-30).
+        // generation (bits 40-63) | kind (32-39) | dying (31) | counted Uses (0-30).
         std::atomic<uint64_t> state{0};
         void* raw = nullptr;               // the object; written before state publishes it
         std::shared_ptr<void> object;      // GUARDED_BY(mutex_)
         uint32_t generation = 1;           // GUARDED_BY(mutex_); the next one to hand out
         bool freeOnLastUse = false;        // GUARDED_BY(mutex_)
     };
+    // One thread's announced Uses (handles; 0: none). Written only by its thread.
+    struct alignas(64) ThreadRecord {
+        std::atomic<uint64_t> handles[kNested] = {};
+        uint32_t depth = 0;
+    };
+
+    // This thread's record, or null (no light path, or no record left for it).
+    ThreadRecord* OwnRecord() noexcept;
+    // Uses of `handle` (in `slot`) in flight, counted and announced. Announcements are complete
+    // only once the barrier ran after the dying bit was set.
+    uint32_t UsesOf(const Slot& slot, uint64_t handle) const noexcept;
     // REQUIRES: mutex_ held. Frees a slot for reuse; returns its object.
     std::shared_ptr<void> Free(Slot& slot) noexcept;
-    void EndUse(uint32_t index) noexcept;
+    void EndUse(uint32_t index, uint32_t announced) noexcept;
 
     std::mutex mutex_;
     std::condition_variable usesEnded_;
     uint32_t nextFree_ = 0;  // GUARDED_BY(mutex_); where Add starts looking
+    std::atomic<bool> light_{false};  // the asymmetric barrier is there; decided by the first Add
+    bool lightDecided_ = false;       // GUARDED_BY(mutex_)
+    std::atomic<uint32_t> recordsTaken_{0};
     Slot slots_[kSlots];
+    ThreadRecord records_[kThreadRecords];
 };
 
 }  // namespace capi
