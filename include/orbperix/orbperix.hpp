@@ -217,7 +217,9 @@ struct ListenerBox {
     Guard guard;
     ListenerBox* next = nullptr;
 
-    static ListenerBox& Of(void* user_data) noexcept { return *static_cast<ListenerBox*>(user_data); }
+    static ListenerBox& Of(void* user_data) noexcept {
+        return *static_cast<ListenerBox*>(user_data);
+    }
 
     static void DeviceChangeFn(void* u, const orbperix_device_change* c) noexcept {
         ListenerBox& box = Of(u);
@@ -244,19 +246,22 @@ struct ListenerBox {
     static StreamData StreamOf(const orbperix_stream_data* d) noexcept {
         return StreamData{d->a, d->b, d->reserved, BytesOf(d->data, d->data_len)};
     }
-    static void AudioFn(void* u, const orbperix_service* s, const orbperix_stream_data* d) noexcept {
+    static void AudioFn(void* u, const orbperix_service* s,
+                        const orbperix_stream_data* d) noexcept {
         ListenerBox& box = Of(u);
         box.guard.Run("orbperix::Listener::on_audio",
                       [&] { box.listener.on_audio(ServiceOf(s), StreamOf(d)); });
     }
-    static void ButtonFn(void* u, const orbperix_service* s, const orbperix_button_notify* n) noexcept {
+    static void ButtonFn(void* u, const orbperix_service* s,
+                         const orbperix_button_notify* n) noexcept {
         ListenerBox& box = Of(u);
         box.guard.Run("orbperix::Listener::on_button", [&] {
             box.listener.on_button(ServiceOf(s),
                                    Binary{n->word0, n->word1, BytesOf(n->data, n->data_len)});
         });
     }
-    static void RefreshFn(void* u, const orbperix_service* s, const orbperix_stream_data* d) noexcept {
+    static void RefreshFn(void* u, const orbperix_service* s,
+                          const orbperix_stream_data* d) noexcept {
         ListenerBox& box = Of(u);
         box.guard.Run("orbperix::Listener::on_partial_refresh",
                       [&] { box.listener.on_partial_refresh(ServiceOf(s), StreamOf(d)); });
@@ -279,23 +284,24 @@ struct ListenerBox {
 inline uint64_t Take(uint64_t& handle) noexcept { return std::exchange(handle, uint64_t{0}); }
 
 // The C functions of one provider kind that the input and source providers share: the same
-// names with the kind's word in them.
-#define ORBPERIX_HPP_PROVIDER_FNS(kind, name)                                              \
-    static constexpr auto create = &orbperix_create_##kind##_provider;                     \
-    static constexpr auto destroy = &orbperix_destroy_##kind##_provider;                   \
-    static constexpr auto init = &orbperix_##kind##_init;                                  \
-    static constexpr auto deinit = &orbperix_##kind##_deinit;                              \
-    static constexpr auto connect = &orbperix_##kind##_connect_device;                     \
-    static constexpr auto disconnect = &orbperix_##kind##_disconnect_device;               \
-    static constexpr auto register_listener = &orbperix_##kind##_register_listener;        \
-    static constexpr auto unregister_listener = &orbperix_##kind##_unregister_listener;    \
-    static constexpr auto send_data = &orbperix_##kind##_send_data;                        \
-    static constexpr auto send_data_no_result = &orbperix_##kind##_send_data_no_result;    \
-    static constexpr auto send_binary_data = &orbperix_##kind##_send_binary_data;          \
-    static constexpr auto start_service = &orbperix_##kind##_start_device_service;         \
-    static constexpr auto stop_service = &orbperix_##kind##_stop_device_service;           \
-    static constexpr auto register_event_callback = &orbperix_##kind##_register_event_callback; \
-    static constexpr auto send_by_handler = &orbperix_##kind##_send_by_handler;            \
+// names with the kind's word in them. Not constexpr: the address of a function imported from a
+// DLL is no constant expression for every compiler.
+#define ORBPERIX_HPP_PROVIDER_FNS(kind, name)                                                     \
+    static inline const auto create = &orbperix_create_##kind##_provider;                         \
+    static inline const auto destroy = &orbperix_destroy_##kind##_provider;                       \
+    static inline const auto init = &orbperix_##kind##_init;                                      \
+    static inline const auto deinit = &orbperix_##kind##_deinit;                                  \
+    static inline const auto connect = &orbperix_##kind##_connect_device;                         \
+    static inline const auto disconnect = &orbperix_##kind##_disconnect_device;                   \
+    static inline const auto register_listener = &orbperix_##kind##_register_listener;            \
+    static inline const auto unregister_listener = &orbperix_##kind##_unregister_listener;        \
+    static inline const auto send_data = &orbperix_##kind##_send_data;                            \
+    static inline const auto send_data_no_result = &orbperix_##kind##_send_data_no_result;        \
+    static inline const auto send_binary_data = &orbperix_##kind##_send_binary_data;              \
+    static inline const auto start_service = &orbperix_##kind##_start_device_service;             \
+    static inline const auto stop_service = &orbperix_##kind##_stop_device_service;               \
+    static inline const auto register_event_callback = &orbperix_##kind##_register_event_callback; \
+    static inline const auto send_by_handler = &orbperix_##kind##_send_by_handler;                \
     static constexpr const char* kName = name
 
 struct InputFns {
@@ -330,7 +336,9 @@ public:
 
     Code Init() noexcept { return Code(Fns::init(handle_)); }
     Code DeInit() noexcept { return Code(Fns::deinit(handle_)); }
-    Code ConnectDevice(const DeviceInfo& device) noexcept { return Code(Fns::connect(handle_, &device)); }
+    Code ConnectDevice(const DeviceInfo& device) noexcept {
+        return Code(Fns::connect(handle_, &device));
+    }
     Code DisconnectDevice(const DeviceInfo& device) noexcept {
         return Code(Fns::disconnect(handle_, &device));
     }
@@ -373,7 +381,8 @@ public:
     // `callback` goes to the engine unchanged.
     Code RegisterEventCallback(std::string_view device_id, uint32_t type, void* callback) noexcept {
         if (!Fits(device_id)) {
-            return Fail(kInvalidArgument, Fns::kName, "device id longer than the C interface takes");
+            return Fail(kInvalidArgument, Fns::kName,
+                        "device id longer than the C interface takes");
         }
         return Code(Fns::register_event_callback(handle_, device_id.data(), LengthOf(device_id),
                                                  type, callback));
@@ -417,7 +426,8 @@ protected:
     template <typename F>
     Code WithService(const Service& service, F&& f) noexcept {
         if (!Fits(service)) {
-            return Fail(kInvalidArgument, Fns::kName, "service text longer than the C interface takes");
+            return Fail(kInvalidArgument, Fns::kName,
+                        "service text longer than the C interface takes");
         }
         const orbperix_service s = ToC(service);
         return Code(f(s));
@@ -428,7 +438,8 @@ private:
     template <typename F>
     Code Send(F fn, std::string_view device_id, const Binary& data) noexcept {
         if (!Fits(device_id) || !Fits(data)) {
-            return Fail(kInvalidArgument, Fns::kName, "text or data longer than the C interface takes");
+            return Fail(kInvalidArgument, Fns::kName,
+                        "text or data longer than the C interface takes");
         }
         const orbperix_binary binary = ToC(data);
         return Code(fn(handle_, device_id.data(), LengthOf(device_id), &binary));
@@ -476,7 +487,8 @@ public:
     ~Manager() { Finalize(); }
 
     // 0; -4 already initialised; -13 engine or getter missing; the engine's result.
-    Code Initialize(std::string_view init_text, tagPERIXLogFuncGroup* log_funcs = nullptr) noexcept {
+    Code Initialize(std::string_view init_text,
+                    tagPERIXLogFuncGroup* log_funcs = nullptr) noexcept {
         const Code result = WithText(init_text, [log_funcs](const char* text) {
             return orbperix_initialize(log_funcs, text);
         });
@@ -506,7 +518,9 @@ private:
         if (copy == nullptr) {
             return detail::Fail(kNoMemory, "orbperix::Manager", "out of memory for a text");
         }
-        std::memcpy(copy, text.data(), text.size());
+        if (!text.empty()) {  // an empty view may hold a null pointer
+            std::memcpy(copy, text.data(), text.size());
+        }
         copy[text.size()] = '\0';
         const Code result(fn(copy));
         delete[] copy;
@@ -561,7 +575,8 @@ public:
     }
     Code PartialRefreshWriteStreamBuffer(const Service& service, Bytes data) noexcept {
         if (data.size > detail::kMaxText) {
-            return detail::Fail(kInvalidArgument, "orbperix::SourceProvider", "data longer than the C interface takes");
+            return detail::Fail(kInvalidArgument, "orbperix::SourceProvider",
+                                "data longer than the C interface takes");
         }
         return WithService(service, [&](const orbperix_service& s) {
             return orbperix_source_partial_refresh_write_stream_buffer(
@@ -608,7 +623,9 @@ public:
     Code DisconnectDevice(const DeviceInfo& device, void* arg = nullptr) noexcept {
         return Code(orbperix_sink_disconnect_device(handle_, &device, arg));
     }
-    Code GetConnectionStatus() noexcept { return Code(orbperix_sink_get_connection_status(handle_)); }
+    Code GetConnectionStatus() noexcept {
+        return Code(orbperix_sink_get_connection_status(handle_));
+    }
     Code RegisterEngineCallback(uint32_t type, void* callback) noexcept {
         return Code(orbperix_sink_register_engine_callback(handle_, type, callback));
     }
@@ -634,6 +651,7 @@ inline bool InitCastEngine(std::function<void()> on_service_died) noexcept {
     struct Died {
         std::function<void()> fn;
         detail::Guard guard;
+        Died* earlier = nullptr;
         static void Call(void* u) noexcept {
             Died& d = *static_cast<Died*>(u);
             d.guard.Run("orbperix::InitCastEngine", [&] { d.fn(); });
@@ -642,12 +660,15 @@ inline bool InitCastEngine(std::function<void()> on_service_died) noexcept {
     if (!on_service_died) {
         return orbperix_init_cast_engine(nullptr, nullptr) == 1;
     }
-    // Never freed: the casting engine may call it until the process ends.
-    Died* died = new (std::nothrow) Died{std::move(on_service_died), {}};
+    // Never freed: the casting engine may call it until the process ends. Kept in a list of
+    // static storage, so that leak checkers see it as reachable.
+    static Died* kept = nullptr;
+    Died* died = new (std::nothrow) Died{std::move(on_service_died), {}, kept};
     if (died == nullptr) {
         (void)detail::Fail(kNoMemory, "orbperix::InitCastEngine", "out of memory for the listener");
         return false;
     }
+    kept = died;
     return orbperix_init_cast_engine(&Died::Call, died) == 1;
 }
 
@@ -669,7 +690,9 @@ inline Code SetCastEngineLocalDevice(const CastLocalDevice& device) noexcept {
     char* next = buffer;
     auto terminated = [&next](std::string_view text) {
         char* start = next;
-        std::memcpy(next, text.data(), text.size());
+        if (!text.empty()) {  // an empty view may hold a null pointer
+            std::memcpy(next, text.data(), text.size());
+        }
         next[text.size()] = '\0';
         next += text.size() + 1;
         return start;
@@ -782,7 +805,8 @@ private:
     template <typename F>
     Code WithId(F fn, std::string_view device_id) noexcept {
         if (!detail::Fits(device_id)) {
-            return detail::Fail(kInvalidArgument, "orbperix::CastSession", "device id longer than the C interface takes");
+            return detail::Fail(kInvalidArgument, "orbperix::CastSession",
+                                "device id longer than the C interface takes");
         }
         return Code(fn(handle_, device_id.data(), detail::LengthOf(device_id)));
     }

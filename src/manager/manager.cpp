@@ -72,7 +72,8 @@ int PERIXProviderManager::LoadPerixLibrary() {
     if (hostLocation) {
         // The host named the engine's file or folder; the executable's folder is not tried.
         log::Manager(LOG_MESSAGE_INFO, kLoadScope, "engine location: ", location);
-        step = platform::LoadModuleFrom(location.c_str(), platform::EngineModuleFileName(), &module);
+        step =
+            platform::LoadModuleFrom(location.c_str(), platform::EngineModuleFileName(), &module);
     } else {
         step = platform::LoadModuleBesideExecutable(platform::EngineModuleFileName(), &module);
     }

@@ -157,7 +157,8 @@ bool ProcessIsExiting() noexcept {
     using ShutdownInProgressFn = BOOLEAN(WINAPI*)(void);
     static const ShutdownInProgressFn shutdownInProgress = [] {
         HMODULE ntdll = GetModuleHandleW(L"ntdll.dll");
-        FARPROC proc = ntdll != nullptr ? GetProcAddress(ntdll, "RtlDllShutdownInProgress") : nullptr;
+        FARPROC proc =
+            ntdll != nullptr ? GetProcAddress(ntdll, "RtlDllShutdownInProgress") : nullptr;
         return reinterpret_cast<ShutdownInProgressFn>(reinterpret_cast<void (*)(void)>(proc));
     }();
     return shutdownInProgress != nullptr && shutdownInProgress() != FALSE;

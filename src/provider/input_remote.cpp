@@ -54,7 +54,8 @@ constexpr const char* kPostScope = "OrbPerix::InputProvider::PostRemoteCtrlEvent
 template <typename Write>
 int InputProvider::PostEncoded(std::string_view deviceId, RemoteCtrlEvent* event, Write&& write) {
     if (!InputKind::Sessions().HasHandle(deviceId)) {
-        log::Trace(LOG_MESSAGE_ERROR, kPostScope, "serviceHandler is null, Please Connect device first.");
+        log::Trace(LOG_MESSAGE_ERROR, kPostScope,
+                   "serviceHandler is null, Please Connect device first.");
         return -4;
     }
     const uint32_t size = SendBufferSize(event->type);

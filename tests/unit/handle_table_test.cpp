@@ -64,8 +64,8 @@ void ExpectRemoveWaitsFor(uint32_t depth) {
         }
     });
     holding.get_future().wait();
-    auto removed = std::async(std::launch::async,
-                              [&] { return table->Remove(handle, HandleKind::kSource) != nullptr; });
+    auto removed = std::async(
+        std::launch::async, [&] { return table->Remove(handle, HandleKind::kSource) != nullptr; });
     EXPECT_EQ(std::future_status::timeout, removed.wait_for(std::chrono::milliseconds(100)))
         << "Remove returned while " << depth << " Uses were held";
     EXPECT_FALSE(table->Acquire(handle, HandleKind::kSource)) << "no new Use once dying";
@@ -107,7 +107,8 @@ TEST(HandleTable, ThreadsBeyondTheAnnouncementRecordsStillCount) {
         started += 40;
         std::vector<std::thread> threads;
         for (int t = 0; t < 40; ++t) {
-            threads.emplace_back([&] { used += table->Acquire(handle, HandleKind::kInput) ? 1 : 0; });
+            threads.emplace_back(
+                [&] { used += table->Acquire(handle, HandleKind::kInput) ? 1 : 0; });
         }
         for (std::thread& t : threads) {
             t.join();
