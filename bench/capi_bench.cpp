@@ -1,6 +1,8 @@
 // Cost of the flat C interface: posting a remote-control event through
 // orbperix_input_post_remote_ctrl_event against IInputProvider::PostRemoteCtrlEvent on the same
-// provider object and session, in the same binary. Goal: BM_CapiPost within 1.05x of BM_CppPost.
+// provider object and session, in the same binary, and through the header-only C++ layer
+// (orbperix.hpp) on the same session. Goals: BM_CapiPost within 1.05x of BM_CppPost, and
+// BM_LayerPost within 1.05x of BM_CapiPost (bench_main.cpp prints both ratios).
 //
 // Both run against the simulated engine loaded from the executable's folder, with its button
 // write switched to "return at once" (perix_sim_peer_set_bare_write) so that the library's own
@@ -12,6 +14,7 @@
 #include <memory>
 
 #include "capi/handle_table.h"
+#include "orbperix/orbperix.hpp"
 #include "orbperix/orbperix_c.h"
 #include "orbperix/providers.h"
 #include "perix_sim_peer.h"
@@ -69,6 +72,10 @@ void BM_CapiPost(benchmark::State& state) {
         state.SkipWithError("no session (is liborbperix beside the benchmark?)");
         return;
     }
+    if (orbperix_input_post_remote_ctrl_event(s.input, &s.service, &s.event) != 0) {
+        state.SkipWithError("the post failed");
+        return;
+    }
     for (auto _ : state) {
         benchmark::DoNotOptimize(orbperix_input_post_remote_ctrl_event(s.input, &s.service, &s.event));
     }
@@ -88,10 +95,34 @@ void BM_CppPost(benchmark::State& state) {
     ServiceInfo service{"bench-peer", "button-0", 6};
     RemoteCtrlEvent event;
     std::memcpy(&event, &s.event, sizeof(event));
+    if (provider->PostRemoteCtrlEvent(&service, &event) != 0) {
+        state.SkipWithError("the post failed");
+        return;
+    }
     for (auto _ : state) {
         benchmark::DoNotOptimize(provider->PostRemoteCtrlEvent(&service, &event));
     }
 }
 BENCHMARK(BM_CppPost);
+
+void BM_LayerPost(benchmark::State& state) {
+    Session s;
+    if (!s.ok) {
+        state.SkipWithError("no session (is liborbperix beside the benchmark?)");
+        return;
+    }
+    // The layer's owner of a provider of its own, on the session the C one opened (sessions of
+    // a kind are process-wide).
+    orbperix::InputProvider input = orbperix::InputProvider::Create();
+    const orbperix::Service service{"bench-peer", "button-0", 6};
+    if (!input.PostRemoteCtrlEvent(service, s.event).ok()) {
+        state.SkipWithError("the post failed");
+        return;
+    }
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(input.PostRemoteCtrlEvent(service, s.event));
+    }
+}
+BENCHMARK(BM_LayerPost);
 
 }  // namespace

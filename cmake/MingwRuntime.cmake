@@ -1,6 +1,8 @@
 # Tests and tools of the Windows build run under wine, quietly, in a prefix of the build's own.
 set(ORBPERIX_WINE_ENV WINEPREFIX=${CMAKE_BINARY_DIR}/wineprefix WINEDEBUG=-all "WINEDLLOVERRIDES=mscoree,mshtml=")
-set(CMAKE_CROSSCOMPILING_EMULATOR env ${ORBPERIX_WINE_ENV} wine)
+if(CMAKE_CROSSCOMPILING)
+  set(CMAKE_CROSSCOMPILING_EMULATOR env ${ORBPERIX_WINE_ENV} wine)
+endif()
 
 # The mingw runtime DLLs that every executable and DLL of the Windows build imports, copied
 # once into the output folder so that programs run there (natively or under wine).

@@ -27,6 +27,8 @@ for s in "OrbPerix::PERIXProviderManager::GetInstance()" \
          "OrbPerix::PERIXProviderManager::SetCastEngineLocalDevice(" \
          "OrbPerix::PERIXProviderManager::CreateCastSession(" \
          "OrbPerix::PERIXProviderManager::DestroyCastSession(" \
+         "OrbPerix::PERIXProviderManager::PERIXProviderManager(OrbPerix::PERIXProviderManager const&)" \
+         "OrbPerix::PERIXProviderManager::operator=(OrbPerix::PERIXProviderManager const&)" \
          "OrbPerix::IProvider::IProvider()" \
          "ICastSession::ICastSession()" "ICastServiceListener::ICastServiceListener()" \
          "ICastSessionListener::ICastSessionListener(ICastSessionListener const&)"; do

@@ -77,6 +77,7 @@ if step linux-configure cmake --preset linux && step linux-build cmake --build -
     fi
   fi
   step linux-exports scripts/check-exports.sh linux build/linux || true
+  step linux-cpp-layer scripts/cpp-layer.sh linux build/linux || true
   step linux-consumer scripts/consumer.sh linux || true
   step python-demo python3 examples/python/demo.py --check || true
   step linux-capture scripts/check-capture.sh linux || true
@@ -86,6 +87,8 @@ fi
 if step windows-configure cmake --preset windows && step windows-build cmake --build --preset windows -j "$JOBS"; then
   run_ctest windows windows
   step windows-exports scripts/check-exports.sh windows build/windows || true
+  step windows-cpp-layer scripts/cpp-layer.sh windows build/windows || true
+  step windows-version python3 scripts/dll-version.py build/windows/bin/OrbPerixProvider.dll || true
   step windows-consumer scripts/consumer.sh windows || true
   step windows-capture scripts/check-capture.sh windows || true
 fi

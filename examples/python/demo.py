@@ -10,13 +10,13 @@ disconnect, finalise.
                                                recorded; exit 1 on any difference
 
 The library is taken from $ORBPERIX_LIB (the library file or its folder), else from
-build/linux/bin of this repository. The library loads the engine from the folder of the running
-executable, which for Python is the interpreter's folder; so the demo restarts itself once under
-a link to the interpreter placed beside the library (and the simulated engine).
+build/linux/bin of this repository. By default the library loads the engine from the folder of
+the running executable, which for Python is the interpreter's; the demo names the library's
+folder instead (orbperix_set_engine_path), where the build put the simulated engine. A host that
+cannot make that call sets ORBPERIX_ENGINE_PATH to the same effect.
 """
 import ctypes as C
 import os
-import shutil
 import sys
 
 REPO = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
@@ -24,7 +24,6 @@ LIB_NAME = "OrbPerixProvider.dll" if os.name == "nt" else "libOrbPerixProvider.s
 ENGINE_NAME = "liborbperix.dll" if os.name == "nt" else "liborbperix.so"
 # The simulated engine's core: its control functions (the engine module exports only getters).
 SIM_CORE_NAME = "libperixsim.dll" if os.name == "nt" else "libperixsim.so"
-RELAUNCHED = "ORBPERIX_DEMO_RELAUNCHED"
 
 
 def find_library():
@@ -44,23 +43,12 @@ def find_library():
     sys.exit(2)
 
 
-def run_beside_engine(lib_dir):
-    """Restarts under an interpreter in lib_dir, where the library looks for the engine."""
+def require_engine(lib_dir):
+    """The simulated engine must lie beside the library: the demo points the library there."""
     if not os.path.isfile(os.path.join(lib_dir, ENGINE_NAME)):
         print("demo.py: the simulated engine %s is not beside the library in %s;" % (ENGINE_NAME, lib_dir))
         print("build the whole project (cmake --build --preset linux), not only the library.")
         sys.exit(2)
-    exe = os.path.realpath(sys.executable)
-    if os.path.dirname(exe) == os.path.realpath(lib_dir) or os.environ.get(RELAUNCHED):
-        return
-    link = os.path.join(lib_dir, "python3-orbperix-demo")
-    if not os.path.exists(link):
-        try:
-            os.link(exe, link)          # same file system: no copy
-        except OSError:
-            shutil.copy2(exe, link)
-    os.environ[RELAUNCHED] = "1"
-    os.execv(link, [link, os.path.abspath(__file__)] + sys.argv[1:])
 
 
 # ---- C records (orbperix/orbperix_c.h) ----
@@ -143,6 +131,7 @@ class SimStreamStats(C.Structure):
 def bind(lib):
     u64 = C.c_uint64
     sigs = {
+        "orbperix_set_engine_path": (C.c_int, [C.c_char_p]),
         "orbperix_initialize": (C.c_int, [C.c_void_p, C.c_char_p]),
         "orbperix_is_initialized": (C.c_int, []),
         "orbperix_finalize": (None, []),
@@ -206,7 +195,8 @@ def step(what, result, expected=0):
 def main():
     check = "--check" in sys.argv[1:]
     lib_path = find_library()
-    run_beside_engine(os.path.dirname(lib_path))
+    lib_dir = os.path.dirname(lib_path)
+    require_engine(lib_dir)
     lib = C.CDLL(lib_path)
     bind(lib)
     sim = C.CDLL(os.path.join(os.path.dirname(lib_path), SIM_CORE_NAME))  # shared by the engine the library loads
@@ -222,6 +212,7 @@ def main():
     listener = Listener(on_button=on_button)
     tag = C.c_char_p(b"python listener")
 
+    step("engine path: the library's folder", lib.orbperix_set_engine_path(lib_dir.encode("utf-8")))
     step("initialise", lib.orbperix_initialize(None, b"python-demo"))
     input_ = lib.orbperix_create_input_provider()
     step("input provider created", int(input_ != 0), 1)

@@ -30,6 +30,12 @@ class ORBPERIX_API PERIXProviderManager {
 public:
     static PERIXProviderManager& GetInstance();
 
+    // Member-wise copies, as the compiler generates them, defined in the library so that they
+    // are part of its exported interface. Nothing in the library uses them; a copy is not the
+    // instance and owns nothing of the engine.
+    PERIXProviderManager(const PERIXProviderManager& other);
+    PERIXProviderManager& operator=(const PERIXProviderManager& other);
+
     // Loads and initialises the engine. 0 on success; -4 when already initialised; -13 when
     // the engine library or one of its getters is missing; otherwise the engine's own result
     // of a getter, PERIXLogRegister or PERIXInitial. After a failure the manager stays

@@ -150,7 +150,7 @@ typedef struct orbperix_remote_wheel {
 } orbperix_remote_wheel;
 
 typedef struct orbperix_remote_input_content {
-    uint16_t content_length; /* 1 to 472 */
+    uint16_t content_length; /* 1 to 472 in the record; 1 to 217 can be sent (see post) */
     uint8_t content[472];
 } orbperix_remote_input_content;
 
@@ -175,7 +175,7 @@ typedef struct orbperix_remote_virtual_key {
 
 typedef struct orbperix_remote_message {
     uint32_t action;        /* 0 extend, 1 reserved */
-    uint16_t message_length; /* 3 to 472 */
+    uint16_t message_length; /* 3 to 472 in the record; 3 to 219 can be sent (see post) */
     uint16_t message_word;
     uint8_t message_data[472];
 } orbperix_remote_message;
@@ -278,10 +278,24 @@ typedef struct orbperix_listener {
  * else the engine's result. init_text is NUL-terminated (null: ORBPERIX_C_INVALID_ARGUMENT). */
 ORBPERIX_API int orbperix_initialize(struct tagPERIXLogFuncGroup* log_funcs,
                                      const char* init_text);
+/* Where orbperix_initialize loads the engine from: `path` (UTF-8) names the engine's file, or a
+ * folder that holds it under its usual name (liborbperix.dll / liborbperix.so); a relative path
+ * is taken from the current directory. Null or "" restores the default, the executable's folder.
+ * When no path is set this way, the environment variable ORBPERIX_ENGINE_PATH, read at each
+ * initialisation, has the same effect. With a path, only that place is tried: an engine that
+ * cannot be loaded there makes orbperix_initialize return -13 with the line "LoadLibrary
+ * failed", as the default place does. Takes effect at the next initialisation: 0; -4 while
+ * initialised (nothing changes); ORBPERIX_C_NO_MEMORY. */
+ORBPERIX_API int orbperix_set_engine_path(const char* path);
 /* 1 when initialised, else 0. */
 ORBPERIX_API int orbperix_is_initialized(void);
 /* Releases and unloads the engine; nothing when not initialised. */
 ORBPERIX_API void orbperix_finalize(void);
+
+/* Writes one error line `text` under the scope `where` through the library's log, beside the
+ * library's own lines. For layers built over this interface (orbperix.hpp) that must report a
+ * failure of their own; a null text or scope is written as empty. */
+ORBPERIX_API void orbperix_log_error(const char* where, const char* text);
 
 /* ---- Create and destroy ---- */
 
@@ -355,7 +369,14 @@ ORBPERIX_API int orbperix_input_close_button(orbperix_input_handle provider,
                                              const orbperix_service* service, void* reserved1,
                                              void* reserved2);
 /* Encodes the event and writes it to the peer's button channel. 0 or the engine's result;
- * -2 null service or event, or a too long packet; -3; -4 not connected. The event is copied. */
+ * -2 null service or event, or a too long packet; -3; -4 not connected. The event is copied.
+ * The encoder's capacity is an 8-bit value (233 bytes for text input, 235 for messages, 105
+ * for the other kinds), which limits what can really be sent: text input up to 217 content
+ * bytes, messages up to 219 (message_length), touch up to 10 pointers. An event the encoder
+ * cannot encode (a length beyond these, an unknown action, a kind without an encoding such as
+ * rotate) is logged by the encoder and, as in C++, its failed length -1 goes on to the
+ * engine's write as 0xFFFFFFFF bytes: the result is the engine's, which is expected to refuse a
+ * length beyond any packet. */
 ORBPERIX_API int orbperix_input_post_remote_ctrl_event(orbperix_input_handle provider,
                                                        const orbperix_service* service,
                                                        const orbperix_remote_event* event);
@@ -438,7 +459,10 @@ ORBPERIX_API int orbperix_source_send_by_handler(orbperix_source_handle provider
 ORBPERIX_API int orbperix_sink_init(orbperix_sink_handle provider);
 /* 0; releases the Mesh handle when initialised. */
 ORBPERIX_API int orbperix_sink_deinit(orbperix_sink_handle provider);
-/* 0; -2; -4 not initialised; -5 server port 0; -13; the engine's result. */
+/* Creates the Mesh handle when there is none and starts the engine's service. 0; -5 server port
+ * 0 (after the engine call, as in C++); -13 no Mesh handle; the engine's result. A null record
+ * is refused by the wrapper before the engine sees it: ORBPERIX_C_INVALID_ARGUMENT (-2) and one
+ * line. Not initialised is no error here (the C++ sink does not check it). */
 ORBPERIX_API int orbperix_sink_connect_device(orbperix_sink_handle provider,
                                               const orbperix_device_info* device);
 /* 0 when the Mesh handle exists or was created; -13 when the engine gave none. */

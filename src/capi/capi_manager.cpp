@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "capi/capi_common.h"
+#include "manager/engine_location.h"
 #include "util/no_destructor.h"
 #include "orbperix/manager.h"
 
@@ -109,6 +110,22 @@ int orbperix_initialize(struct tagPERIXLogFuncGroup* log_funcs, const char* init
     }
 }
 
+int orbperix_set_engine_path(const char* path) {
+    const char* scope = ORBPERIX_C_SCOPE(orbperix_set_engine_path);
+    try {
+        std::lock_guard<std::mutex> lock(ManagerMutex());
+        if (Manager().IsManagerInitialized()) {
+            return Fail(scope, -4, "the engine is loaded already: the path applies before initialising");
+        }
+        if (engine_location::Set(path) != 0) {
+            return Fail(scope, ORBPERIX_C_NO_MEMORY, "out of memory");
+        }
+        return 0;
+    } catch (...) {
+        return Fail(scope, -13, "unexpected exception");
+    }
+}
+
 int orbperix_is_initialized(void) {
     try {
         std::lock_guard<std::mutex> lock(ManagerMutex());
@@ -124,6 +141,10 @@ void orbperix_finalize(void) {
         Manager().Finalize();
     } catch (...) {
     }
+}
+
+void orbperix_log_error(const char* where, const char* text) {
+    log::Trace(LOG_MESSAGE_ERROR, where != nullptr ? where : "", text != nullptr ? text : "");
 }
 
 orbperix_input_handle orbperix_create_input_provider(void) {

@@ -298,6 +298,19 @@ int orbperix_input_close_button(uint64_t provider, const orbperix_service* servi
 
 int orbperix_input_post_remote_ctrl_event(uint64_t provider, const orbperix_service* service,
                                           const orbperix_remote_event* event) {
+    if (service != nullptr && event != nullptr && service->device_id != nullptr &&
+        service->service_id != nullptr && service->device_id_len == ORBPERIX_C_NUL_TERMINATED &&
+        service->service_id_len == ORBPERIX_C_NUL_TERMINATED) {
+        // NUL-terminated texts, as the engine's identity needs them: no copies on this path.
+        return WithObject<IInputProvider>(
+            provider, ORBPERIX_C_SCOPE(orbperix_input_post_remote_ctrl_event),
+            [service, event](IInputProvider& p) {
+                RemoteCtrlEvent copy;  // same layout, checked in capi_layout.cpp
+                std::memcpy(&copy, event, RemoteEventBytes(event->type));
+                return static_cast<InputProvider&>(p).PostRemoteCtrlEventTo(
+                    service->device_id, service->service_id, &copy);
+            });
+    }
     return WithService<IInputProvider>(
         provider, ORBPERIX_C_SCOPE(orbperix_input_post_remote_ctrl_event), service,
         [event](IInputProvider& p, ServiceInfo* s) {

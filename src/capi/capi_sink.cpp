@@ -34,8 +34,15 @@ int orbperix_sink_deinit(orbperix_sink_handle provider) {
 
 int orbperix_sink_connect_device(orbperix_sink_handle provider,
                                  const orbperix_device_info* device) {
-    return WithDevice(provider, ORBPERIX_C_SCOPE(orbperix_sink_connect_device), device,
-                      [](ISinkProvider& p, PERIXInfo* info) { return p.ConnectDevice(info); });
+    const char* scope = ORBPERIX_C_SCOPE(orbperix_sink_connect_device);
+    return WithDevice(provider, scope, device, [scope](ISinkProvider& p, PERIXInfo* info) {
+        // The C++ operation would start the engine's service with a null record: the wrapper
+        // refuses it first (the engine reads the record).
+        if (info == nullptr) {
+            return Fail(scope, ORBPERIX_C_INVALID_ARGUMENT, "device is null");
+        }
+        return p.ConnectDevice(info);
+    });
 }
 
 int orbperix_sink_create_mesh_provider(orbperix_sink_handle provider,

@@ -4,22 +4,32 @@
 // A handle packs the object's kind (top 8 bits), its slot's generation (next 24 bits) and its
 // slot index plus one (low 32 bits). Removing an object bumps its slot's generation, so the old
 // number never names the slot's next occupant (until the 24-bit generation wraps, after 16.7
-// million reuses of one slot). 0 is never a handle.
+// million reuses of one slot). 0 is never a handle. The table has a fixed number of slots
+// (kSlots); Add fails when all are taken.
 //
-// Thread-safe: one mutex guards the table. A call on a handle holds a Use for its length;
-// Remove waits until the Uses of other threads on that handle have ended, so that the caller
-// (destroy) can drop the object knowing no call is still running on it. A Use held by the
-// removing thread itself (destroy from inside a listener that the same call triggered) cannot
-// be waited for: the slot then keeps the object until that Use ends, and it dies there. No host
-// code and no library operation runs under the mutex.
+// Thread-safe. The per-call path (Acquire and the end of a Use) takes no lock: each slot keeps
+// its generation, kind and a "dying" bit in one atomic word. Where the platform has an
+// asymmetric barrier, a thread announces its Use with a plain store into a record of its own
+// (the first kThreadRecords threads get one, kNested Uses deep) and then checks the slot's word;
+// Remove sets the dying bit, runs the barrier (after which every thread either sees the bit or
+// has its announcement visible) and reads the announcements. Elsewhere, past those limits, a
+// Use is counted in the slot's word by a compare-and-swap that succeeds only while the word
+// still names the same live generation. Add and Remove (create and destroy, rare) take the
+// table's mutex. Remove marks the slot dying (no new Use) and waits until the Uses of other
+// threads on it have ended,
+// so that the caller (destroy) can drop the object knowing no call is still running on it; a
+// Use that ends on a dying slot takes the mutex to wake it. A Use held by the removing thread
+// itself (destroy from inside a listener that the same call triggered) cannot be waited for:
+// the slot then keeps the object until that Use ends, and it dies there. No host code and no
+// library operation runs under the mutex.
 #ifndef ORBPERIX_SRC_CAPI_HANDLE_TABLE_H_
 #define ORBPERIX_SRC_CAPI_HANDLE_TABLE_H_
 
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <memory>
 #include <mutex>
-#include <vector>
 
 namespace OrbPerix {
 namespace capi {
@@ -28,6 +38,11 @@ enum class HandleKind : uint8_t { kFree = 0, kInput = 1, kSource = 2, kSink = 3,
 
 class HandleTable {
 public:
+    static constexpr uint32_t kSlots = 4096;
+    static constexpr uint32_t kThreadRecords = 256;
+    static constexpr uint32_t kNested = 8;
+    static constexpr uint32_t kCounted = ~0u;  // a Use counted in its slot, not announced
+
     // The process-wide table; never destroyed, so that calls at process exit stay safe.
     static HandleTable& Instance() noexcept;
 
@@ -45,18 +60,19 @@ public:
 
     private:
         friend class HandleTable;
-        Use(HandleTable* table, uint32_t index, void* object) noexcept;
+        Use(HandleTable* table, uint32_t index, void* object, uint32_t announced) noexcept;
 
         HandleTable* table_ = nullptr;
         uint32_t index_ = 0;
         void* object_ = nullptr;
+        uint32_t announced_ = kCounted;  // the position in this thread's record, or kCounted
         const Use* outer_ = nullptr;  // the Use this thread held before this one
     };
 
-    // Stores `object` and returns its handle; 0 when the table cannot grow (no memory).
+    // Stores `object` and returns its handle; 0 when every slot is taken.
     uint64_t Add(HandleKind kind, std::shared_ptr<void> object) noexcept;
     // A Use of the object of a live handle of `kind`; empty for 0, unknown, stale, other-kind
-    // or dying handles.
+    // or dying handles. Lock-free.
     Use Acquire(uint64_t handle, HandleKind kind) noexcept;
     // Takes the object out (the handle is dead from now on) once no other thread uses it;
     // empty as for Acquire.
@@ -64,23 +80,36 @@ public:
 
 private:
     struct Slot {
-        uint32_t generation = 1;
-        HandleKind kind = HandleKind::kFree;
-        bool dying = false;   // being removed: no new Use
-        bool freeOnLastUse = false;  // removed from inside a Use of the removing thread
-        uint32_t uses = 0;    // Uses in flight
-        std::shared_ptr<void> object;
+        // generation (bits 40-63) | kind (32-39) | dying (31) | counted Uses (0-30).
+        std::atomic<uint64_t> state{0};
+        void* raw = nullptr;               // the object; written before state publishes it
+        std::shared_ptr<void> object;      // GUARDED_BY(mutex_)
+        uint32_t generation = 1;           // GUARDED_BY(mutex_); the next one to hand out
+        bool freeOnLastUse = false;        // GUARDED_BY(mutex_)
     };
-    // REQUIRES: mutex_ held. The slot a live handle of `kind` names, or null.
-    Slot* Locate(uint64_t handle, HandleKind kind) noexcept;
+    // One thread's announced Uses (handles; 0: none). Written only by its thread.
+    struct alignas(64) ThreadRecord {
+        std::atomic<uint64_t> handles[kNested] = {};
+        uint32_t depth = 0;
+    };
+
+    // This thread's record, or null (no light path, or no record left for it).
+    ThreadRecord* OwnRecord() noexcept;
+    // Uses of `handle` (in `slot`) in flight, counted and announced. Announcements are complete
+    // only once the barrier ran after the dying bit was set.
+    uint32_t UsesOf(const Slot& slot, uint64_t handle) const noexcept;
     // REQUIRES: mutex_ held. Frees a slot for reuse; returns its object.
     std::shared_ptr<void> Free(Slot& slot) noexcept;
-    void EndUse(uint32_t index) noexcept;
+    void EndUse(uint32_t index, uint32_t announced) noexcept;
 
     std::mutex mutex_;
     std::condition_variable usesEnded_;
-    std::vector<Slot> slots_;         // GUARDED_BY(mutex_)
-    std::vector<uint32_t> freeList_;  // GUARDED_BY(mutex_)
+    uint32_t nextFree_ = 0;  // GUARDED_BY(mutex_); where Add starts looking
+    std::atomic<bool> light_{false};  // the asymmetric barrier is there; decided by the first Add
+    bool lightDecided_ = false;       // GUARDED_BY(mutex_)
+    std::atomic<uint32_t> recordsTaken_{0};
+    Slot slots_[kSlots];
+    ThreadRecord records_[kThreadRecords];
 };
 
 }  // namespace capi

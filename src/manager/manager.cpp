@@ -1,12 +1,15 @@
-// Manager lifecycle and engine binding: loading the engine beside the executable, resolving its
+// Manager lifecycle and engine binding: loading the engine (beside the executable, or where the
+// host says: see engine_location.h), resolving its
 // four getters, filling the handler tables, Initialize and Finalize.
 //
 // Runs on the host thread that calls Initialize/Finalize; the host serialises these calls.
 #include <cstring>
+#include <string>
 
 #include "capture/capture.h"
 #include "engine/engine_gate.h"
 #include "log/log.h"
+#include "manager/engine_location.h"
 #include "orbperix/manager.h"
 #include "platform/platform.h"
 #include "util/no_destructor.h"
@@ -51,11 +54,31 @@ PERIXProviderManager::PERIXProviderManager()
       refreshHandlerSource(),
       partialRefreshHandlerFun(nullptr) {}
 
+PERIXProviderManager::PERIXProviderManager(const PERIXProviderManager& other) = default;
+PERIXProviderManager& PERIXProviderManager::operator=(const PERIXProviderManager& other) = default;
+
 // Never runs for the instance (see GetInstance); kept for the exported interface.
 PERIXProviderManager::~PERIXProviderManager() = default;
 
 int PERIXProviderManager::LoadPerixLibrary() {
-    switch (platform::LoadModuleBesideExecutable(platform::EngineModuleFileName(), &module)) {
+    std::string location;
+    bool hostLocation = false;
+    try {
+        hostLocation = engine_location::Get(&location);
+    } catch (...) {
+        log::Manager(LOG_MESSAGE_ERROR, kLoadScope, "engine location: out of memory");
+        return -3;
+    }
+    platform::LoadStep step;
+    if (hostLocation) {
+        // The host named the engine's file or folder; the executable's folder is not tried.
+        log::Manager(LOG_MESSAGE_INFO, kLoadScope, "engine location: ", location);
+        step =
+            platform::LoadModuleFrom(location.c_str(), platform::EngineModuleFileName(), &module);
+    } else {
+        step = platform::LoadModuleBesideExecutable(platform::EngineModuleFileName(), &module);
+    }
+    switch (step) {
         case platform::LoadStep::kLoaded:
             return 0;
         case platform::LoadStep::kModuleFileName:

@@ -36,6 +36,15 @@ enum class LoadStep {
 // path). On kLoaded *module holds the handle; otherwise it is left untouched.
 LoadStep LoadModuleBesideExecutable(const char* fileName, ModuleHandle* module);
 
+// Loads the module a host named (UTF-8): `location` is the module's file, or a folder in which
+// `fileName` is loaded. A relative location is taken from the current directory; the search
+// path is never consulted. Steps as above (kPathAppend: the joined path is too long).
+LoadStep LoadModuleFrom(const char* location, const char* fileName, ModuleHandle* module);
+
+// The value of environment variable `name` as UTF-8; false when it is not set.
+// May throw std::bad_alloc.
+bool EnvironmentValue(const char* name, std::string* value);
+
 // Resolves an exported symbol; null when the module lacks it or `module` is null.
 ProcAddress FindSymbol(ModuleHandle module, const char* name);
 

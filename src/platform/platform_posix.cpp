@@ -1,5 +1,6 @@
 // Linux implementation of the platform layer.
 #include <dlfcn.h>
+#include <sys/stat.h>
 #include <linux/membarrier.h>
 #include <sys/syscall.h>
 #include <limits.h>
@@ -7,6 +8,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 
 #include "platform/platform.h"
@@ -72,6 +74,34 @@ LoadStep LoadModuleBesideExecutable(const char* fileName, ModuleHandle* module) 
     }
     *module = handle;
     return LoadStep::kLoaded;
+}
+
+LoadStep LoadModuleFrom(const char* location, const char* fileName, ModuleHandle* module) {
+    char path[kPathCapacity] = {};
+    struct stat info {};
+    const bool folder = stat(location, &info) == 0 && S_ISDIR(info.st_mode);
+    // A name without a slash would send dlopen to the search path: anchor it here.
+    if (std::strchr(location, '/') == nullptr && !AppendFileName(path, ".")) {
+        return LoadStep::kPathAppend;
+    }
+    if (!AppendFileName(path, location) || (folder && !AppendFileName(path, fileName))) {
+        return LoadStep::kPathAppend;
+    }
+    void* handle = dlopen(path, RTLD_NOW | RTLD_LOCAL);
+    if (handle == nullptr) {
+        return LoadStep::kLoadLibrary;
+    }
+    *module = handle;
+    return LoadStep::kLoaded;
+}
+
+bool EnvironmentValue(const char* name, std::string* value) {
+    const char* text = std::getenv(name);
+    if (text == nullptr) {
+        return false;
+    }
+    value->assign(text);
+    return true;
 }
 
 ProcAddress FindSymbol(ModuleHandle module, const char* name) {

@@ -74,6 +74,46 @@ LoadStep LoadModuleBesideExecutable(const char* fileName, ModuleHandle* module) 
     return LoadStep::kLoaded;
 }
 
+LoadStep LoadModuleFrom(const char* location, const char* fileName, ModuleHandle* module) {
+    const std::wstring wideLocation = WideFromUtf8(location);
+    const std::wstring wideName = WideFromUtf8(fileName);
+    // The full path: a relative location is taken from the current directory, never from the
+    // DLL search path.
+    wchar_t path[kPathCapacity] = {};
+    const DWORD length = GetFullPathNameW(wideLocation.c_str(), kPathCapacity, path, nullptr);
+    if (wideLocation.empty() || length == 0 || length >= kPathCapacity) {
+        return LoadStep::kPathAppend;
+    }
+    const DWORD attributes = GetFileAttributesW(path);
+    const bool folder = attributes != INVALID_FILE_ATTRIBUTES &&
+                        (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+    if (folder && (wideName.empty() || !PathAppendW(path, wideName.c_str()))) {
+        return LoadStep::kPathAppend;
+    }
+    HMODULE handle = LoadLibraryExW(path, nullptr, LOAD_WITH_ALTERED_SEARCH_PATH);
+    if (handle == nullptr) {
+        return LoadStep::kLoadLibrary;
+    }
+    *module = reinterpret_cast<ModuleHandle>(handle);
+    return LoadStep::kLoaded;
+}
+
+bool EnvironmentValue(const char* name, std::string* value) {
+    const std::wstring wideName = WideFromUtf8(name);
+    const DWORD needed = GetEnvironmentVariableW(wideName.c_str(), nullptr, 0);
+    if (needed == 0) {
+        return false;
+    }
+    std::wstring wide(needed, L'\0');
+    const DWORD written = GetEnvironmentVariableW(wideName.c_str(), &wide[0], needed);
+    if (written == 0 || written >= needed) {
+        return false;
+    }
+    wide.resize(written);
+    *value = Utf8FromWide(wide.c_str());
+    return true;
+}
+
 ProcAddress FindSymbol(ModuleHandle module, const char* name) {
     if (module == nullptr) {
         return nullptr;
@@ -119,7 +159,8 @@ bool ProcessIsExiting() noexcept {
     using ShutdownInProgressFn = BOOLEAN(WINAPI*)(void);
     static const ShutdownInProgressFn shutdownInProgress = [] {
         HMODULE ntdll = GetModuleHandleW(L"ntdll.dll");
-        FARPROC proc = ntdll != nullptr ? GetProcAddress(ntdll, "RtlDllShutdownInProgress") : nullptr;
+        FARPROC proc =
+            ntdll != nullptr ? GetProcAddress(ntdll, "RtlDllShutdownInProgress") : nullptr;
         return reinterpret_cast<ShutdownInProgressFn>(reinterpret_cast<void (*)(void)>(proc));
     }();
     return shutdownInProgress != nullptr && shutdownInProgress() != FALSE;

@@ -95,7 +95,13 @@ int InputProvider::ButtonWriteStreamBuffer(ServiceInfo* service, uint8_t* data, 
     if (service == nullptr) {
         return -2;
     }
-    const PerixButtonIdentity identity = Identity(service->deviceId, service->serviceId);
+    return WriteButton(service->deviceId, service->serviceId, data, len);
+}
+
+int InputProvider::WriteButton(std::string_view deviceId, std::string_view serviceId,
+                               uint8_t* data, uint32_t len) {
+    const PerixButtonIdentity identity{deviceId.data(), static_cast<uint32_t>(deviceId.size()),
+                                       serviceId.data(), static_cast<uint32_t>(serviceId.size())};
     const PerixDataBuffer buffer{data, len};
     const EngineLoad& load = ButtonLoad();
     const int written = engine::Call(load, load.button.ButtonWriteStreamBuffer, &identity, &buffer);

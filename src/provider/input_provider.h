@@ -20,6 +20,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <thread>
 
 #include "engine/engine_gate.h"
@@ -87,6 +88,13 @@ public:
     int PostRemoteCtrlEvent(ServiceInfo* service, RemoteCtrlEvent* event) override;
     void SendBinaryData(const std::string* deviceId, BinaryData* data) override;
     int ButtonWriteStreamBuffer(ServiceInfo* service, uint8_t* data, uint32_t len) override;
+
+    // PostRemoteCtrlEvent for the C interface, without copying the service's texts: the same
+    // checks, encoding, log lines and results, the packet written by this class's own button
+    // write. REQUIRES: both texts NUL-terminated at their size (the engine gets them as its
+    // button identity, which C strings back everywhere else).
+    int PostRemoteCtrlEventTo(std::string_view deviceId, std::string_view serviceId,
+                              RemoteCtrlEvent* event);
     int SendByHandler(void* a, void* b, void* c) override;
 
     // Engine thread: the button channel's notification (registered by RegisterPERIXListener).
@@ -98,6 +106,12 @@ public:
     // Buffer sizes of PostRemoteCtrlEvent and the capacity the encoder is told (8 bits).
     static uint32_t SendBufferSize(uint32_t type) noexcept;
     static unsigned char EncoderCapacity(uint32_t type) noexcept;
+    // The encoding and write steps of PostRemoteCtrlEvent after its argument checks.
+    template <typename Write>
+    int PostEncoded(std::string_view deviceId, RemoteCtrlEvent* event, Write&& write);
+    // The button write with the identity given as texts (ButtonWriteStreamBuffer's body).
+    static int WriteButton(std::string_view deviceId, std::string_view serviceId, uint8_t* data,
+                           uint32_t len);
     // Milliseconds since the time base, truncated to 32 bits.
     static uint32_t NowMilliseconds() noexcept;
 

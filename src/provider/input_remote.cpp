@@ -2,6 +2,7 @@
 // the peer's button channel.
 #include <cstring>
 #include <new>
+#include <string_view>
 
 #include "capture/capture.h"
 #include "log/log.h"
@@ -47,15 +48,15 @@ unsigned char InputProvider::EncoderCapacity(uint32_t type) noexcept {
     return static_cast<unsigned char>(SendBufferSize(type) & 0xFFu);
 }
 
-int InputProvider::PostRemoteCtrlEvent(ServiceInfo* service, RemoteCtrlEvent* event) {
-    static const char* const kScope = "OrbPerix::InputProvider::PostRemoteCtrlEvent";
-    if (service == nullptr || event == nullptr) {
-        log::Trace(LOG_MESSAGE_ERROR, kScope,
-                   "PostRemoteCtrlEvent the parameter service or event is null.");
-        return -2;
-    }
-    if (!InputKind::Sessions().HasHandle(service->deviceId)) {
-        log::Trace(LOG_MESSAGE_ERROR, kScope, "serviceHandler is null, Please Connect device first.");
+namespace {
+constexpr const char* kPostScope = "OrbPerix::InputProvider::PostRemoteCtrlEvent";
+}  // namespace
+
+template <typename Write>
+int InputProvider::PostEncoded(std::string_view deviceId, RemoteCtrlEvent* event, Write&& write) {
+    if (!InputKind::Sessions().HasHandle(deviceId)) {
+        log::Trace(LOG_MESSAGE_ERROR, kPostScope,
+                   "serviceHandler is null, Please Connect device first.");
         return -4;
     }
     // The button write below is recorded as this event's packet.
@@ -63,7 +64,7 @@ int InputProvider::PostRemoteCtrlEvent(ServiceInfo* service, RemoteCtrlEvent* ev
     const uint32_t size = SendBufferSize(event->type);
     uint8_t* buffer = new (std::nothrow) uint8_t[size + kTimestampSpare];
     if (buffer == nullptr) {
-        log::Trace(LOG_MESSAGE_ERROR, kScope, "sendRemoteCtrlEvent new mSendBuffer error");
+        log::Trace(LOG_MESSAGE_ERROR, kPostScope, "sendRemoteCtrlEvent new mSendBuffer error");
         return -3;
     }
     std::memset(buffer, 0, size + kTimestampSpare);
@@ -83,18 +84,42 @@ int InputProvider::PostRemoteCtrlEvent(ServiceInfo* service, RemoteCtrlEvent* ev
     const int length =
         sender->SendRemoteCtrlEvent(event, buffer, EncoderCapacity(event->type), start, frequency);
     if (length > kMaxPacketLength) {
-        log::Trace(LOG_MESSAGE_ERROR, kScope,
+        log::Trace(LOG_MESSAGE_ERROR, kPostScope,
                    "remoteController ConstructRemoteCtrlPacke packetLength Error");
         delete[] buffer;
         return -2;
     }
     // A negative length is passed on in its bits; the engine's write rejects it.
-    const int written = ButtonWriteStreamBuffer(service, buffer, static_cast<uint32_t>(length));
+    const int written = write(buffer, static_cast<uint32_t>(length));
     if (written == 0 && CountsAsInput(*event)) {
         InputGlobals().lastInputTime.store(NowMilliseconds(), std::memory_order_relaxed);
     }
     delete[] buffer;
     return written;
+}
+
+int InputProvider::PostRemoteCtrlEvent(ServiceInfo* service, RemoteCtrlEvent* event) {
+    if (service == nullptr || event == nullptr) {
+        log::Trace(LOG_MESSAGE_ERROR, kPostScope,
+                   "PostRemoteCtrlEvent the parameter service or event is null.");
+        return -2;
+    }
+    // Through the virtual write, so that a derived class that overrides it gets the packet.
+    return PostEncoded(service->deviceId, event, [this, service](uint8_t* data, uint32_t len) {
+        return ButtonWriteStreamBuffer(service, data, len);
+    });
+}
+
+int InputProvider::PostRemoteCtrlEventTo(std::string_view deviceId, std::string_view serviceId,
+                                         RemoteCtrlEvent* event) {
+    if (event == nullptr) {
+        log::Trace(LOG_MESSAGE_ERROR, kPostScope,
+                   "PostRemoteCtrlEvent the parameter service or event is null.");
+        return -2;
+    }
+    return PostEncoded(deviceId, event, [deviceId, serviceId](uint8_t* data, uint32_t len) {
+        return WriteButton(deviceId, serviceId, data, len);
+    });
 }
 
 }  // namespace OrbPerix

@@ -276,6 +276,41 @@ static const orbperix_listener kListener = {OnDeviceChange, OnServiceChange, OnD
 
 /* ---- Sessions ---- */
 
+/* The 8-bit encoder capacity limits what can be sent, as the header says: text input up to 217
+ * bytes, messages up to 219. One byte more is not encoded: the encoder logs it and the failed
+ * length reaches the engine's write as 0xFFFFFFFF bytes (the simulated peer refuses it). */
+static void EncoderLimits(orbperix_input_handle input, const orbperix_service* button) {
+    orbperix_remote_event text;
+    memset(&text, 0, sizeof(text));
+    text.type = ORBPERIX_REMOTE_TEXT_INPUT;
+    memset(text.payload.input.u.content.content, 'a', sizeof(text.payload.input.u.content.content));
+    orbperix_remote_event message;
+    memset(&message, 0, sizeof(message));
+    message.type = ORBPERIX_REMOTE_MESSAGE;
+    memset(message.payload.message.message_data, 'm', sizeof(message.payload.message.message_data));
+    int before = perix_sim_peer_packet_count();
+    text.payload.input.u.content.content_length = 217;
+    CHECK_EQ(orbperix_input_post_remote_ctrl_event(input, button, &text), 0);
+    message.payload.message.message_length = 219;
+    CHECK_EQ(orbperix_input_post_remote_ctrl_event(input, button, &message), 0);
+    CHECK_EQ(perix_sim_peer_packet_count(), before + 2);
+
+    int mark = tracekit_test_line_count();
+    text.payload.input.u.content.content_length = 218;
+    (void)orbperix_input_post_remote_ctrl_event(input, button, &text); /* the engine's result */
+    CHECK_EQ(CountLinesSince(mark, "ConstructInputContentEvent, param not valid"), 1);
+    mark = tracekit_test_line_count();
+    message.payload.message.message_length = 220;
+    (void)orbperix_input_post_remote_ctrl_event(input, button, &message);
+    CHECK_EQ(CountLinesSince(mark, "ConstructMessageEvent, param not valid"), 1);
+    CHECK_EQ(perix_sim_peer_packet_count(), before + 4);
+    for (int i = before + 2; i < before + 4; ++i) {
+        perix_sim_packet refused;
+        CHECK_EQ(perix_sim_peer_get_packet(i, &refused), 0);
+        CHECK(refused.length == 0xFFFFFFFFu && strstr(refused.description, "refused") != NULL);
+    }
+}
+
 static void InputSession(void) {
     static const uint8_t payload[3] = {0xA1, 0xB2, 0xC3};
     Received a, b;
@@ -338,6 +373,7 @@ static void InputSession(void) {
     perix_sim_packet raw;
     CHECK_EQ(perix_sim_peer_get_packet(2 * events, &raw), 0);
     CHECK(raw.length == 3 && memcmp(raw.bytes, payload, 3) == 0);
+    EncoderLimits(input, &button);
     orbperix_binary binary = {1, 2, payload, 3};
     CHECK_EQ(orbperix_input_send_data(input, "peer-A", -1, &binary), 0);
     CHECK_EQ(orbperix_input_send_data_no_result(input, "peer-Axx", 6, &binary), 0);
@@ -481,6 +517,13 @@ static void SinkSession(void) {
     CHECK_EQ(orbperix_sink_register_engine_callback(sink, 2, NULL), 0);
     CHECK_EQ(orbperix_sink_send_by_handler(sink, NULL, NULL, NULL), 0);
     CHECK_EQ(orbperix_sink_disconnect_device(sink, &peer, NULL), 0);
+    /* A null record is refused before the engine sees it: -2 and one line. */
+    mark = tracekit_test_line_count();
+    int starts = perix_sim_count_calls(PERIX_SIM_MAIN, 6); /* PERIXStartService */
+    CHECK_EQ(orbperix_sink_connect_device(sink, NULL), ORBPERIX_C_INVALID_ARGUMENT);
+    CHECK_EQ(tracekit_test_line_count() - mark, 1);
+    CHECK_EQ(CountLinesSince(mark, "(orbperix_c::orbperix_sink_connect_device)"), 1);
+    CHECK_EQ(perix_sim_count_calls(PERIX_SIM_MAIN, 6), starts);
     orbperix_device_info portZero = Device("peer-K", 0);
     CHECK_EQ(orbperix_sink_connect_device(sink, &portZero), -5);
     CHECK_EQ(orbperix_sink_deinit(sink), 0);
