@@ -60,6 +60,21 @@ std::string ExecutableDirectory();
 int64_t PerformanceCounter();
 int64_t PerformanceFrequency();
 
+// A cheap reading of the same clock as PerformanceCounter, in the same ticks, that runs behind
+// it: Linux reads the monotonic clock as of the kernel's last timekeeping update (no counter
+// read; about one scheduler tick behind, a few ticks when the kernel skipped ticks on an idle
+// processor); Windows offers no coarse reading on the performance counter's time base, so it
+// returns the counter itself. For stamps kept in whole milliseconds that nothing compares
+// more finely than tens of milliseconds.
+int64_t CoarseCounter() noexcept;
+
+// Whole milliseconds from `start` (a PerformanceCounter value) to a CoarseCounter reading
+// taken now; 0 when that reading still lies before `start` or the frequency is not positive.
+inline int64_t CoarseMillisecondsSince(int64_t start, int64_t frequency) noexcept {
+    const int64_t elapsed = CoarseCounter() - start;
+    return frequency > 0 && elapsed > 0 ? elapsed * 1000 / frequency : 0;
+}
+
 // True once the process has begun to end (Windows: the loader is shutting down, other threads
 // are gone and the loader lock may be held). Teardown then lets threads go instead of joining
 // them. Elsewhere exit handlers run with every thread alive, and this stays false.

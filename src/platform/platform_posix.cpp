@@ -125,14 +125,28 @@ std::string ExecutableDirectory() {
     return std::string(path);
 }
 
+namespace {
+int64_t Nanoseconds(const timespec& time) noexcept {
+    return static_cast<int64_t>(time.tv_sec) * 1000000000LL + static_cast<int64_t>(time.tv_nsec);
+}
+}  // namespace
+
 int64_t PerformanceCounter() {
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<int64_t>(now.tv_sec) * 1000000000LL + static_cast<int64_t>(now.tv_nsec);
+    return Nanoseconds(now);
 }
 
 int64_t PerformanceFrequency() {
     return 1000000000LL;
+}
+
+int64_t CoarseCounter() noexcept {
+    timespec now{};
+    if (clock_gettime(CLOCK_MONOTONIC_COARSE, &now) != 0) {
+        clock_gettime(CLOCK_MONOTONIC, &now);
+    }
+    return Nanoseconds(now);
 }
 
 bool ProcessIsExiting() noexcept { return false; }

@@ -149,6 +149,14 @@ int64_t PerformanceFrequency() {
     return frequency.QuadPart;
 }
 
+// The tick count and interrupt time run on other time bases than the performance counter, so
+// the counter itself is the coarse reading here (it is a user-mode read on current systems).
+int64_t CoarseCounter() noexcept {
+    LARGE_INTEGER counter;
+    QueryPerformanceCounter(&counter);
+    return counter.QuadPart;
+}
+
 // FlushProcessWriteBuffers would serve, but wine's is not known to order anything, and the
 // Windows build is tested under wine: callers use locked instructions on Windows.
 bool PrepareHeavyBarrier() noexcept { return false; }

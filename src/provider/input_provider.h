@@ -47,6 +47,7 @@ struct InputState {
     std::atomic<bool> heartbeatRunning{false};
     std::atomic<bool> buttonOpened{false};
     // Milliseconds since the time base of the last posted input that counts; 0 = none yet.
+    // Stored by posting threads only when it changes, read by the heartbeat.
     std::atomic<uint32_t> lastInputTime{0};
     std::atomic<int64_t> clockStart{0};
     std::atomic<int64_t> clockFrequency{1};

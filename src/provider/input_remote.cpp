@@ -7,7 +7,9 @@
 #include "capture/capture.h"
 #include "log/log.h"
 #include "orbperix/remote_event.h"
+#include "platform/platform.h"
 #include "provider/input_provider.h"
+#include "remote/framing.h"
 
 namespace OrbPerix {
 
@@ -69,7 +71,7 @@ int InputProvider::PostEncoded(std::string_view deviceId, RemoteCtrlEvent* event
     }
     std::memset(buffer, 0, size + kTimestampSpare);
 
-    const InputState& g = InputGlobals();
+    InputState& g = InputGlobals();
     LARGE_INTEGER start{};
     start.QuadPart = g.clockStart.load(std::memory_order_relaxed);
     LARGE_INTEGER frequency{};
@@ -81,6 +83,8 @@ int InputProvider::PostEncoded(std::string_view deviceId, RemoteCtrlEvent* event
         delete[] buffer;
         return -3;
     }
+    // The encoder's own counter reading stamps the input time (no second read).
+    RemoteUtil::TimeStampReading reading;
     const int length =
         sender->SendRemoteCtrlEvent(event, buffer, EncoderCapacity(event->type), start, frequency);
     if (length > kMaxPacketLength) {
@@ -92,7 +96,16 @@ int InputProvider::PostEncoded(std::string_view deviceId, RemoteCtrlEvent* event
     // A negative length is passed on in its bits; the engine's write rejects it.
     const int written = write(buffer, static_cast<uint32_t>(length));
     if (written == 0 && CountsAsInput(*event)) {
-        InputGlobals().lastInputTime.store(NowMilliseconds(), std::memory_order_relaxed);
+        // Stored only when it changed (once a millisecond at most), so that threads posting at
+        // once do not all write the line it lives on. A packet without a timestamp (a failed
+        // body) reads the counter here.
+        const int64_t counter =
+            reading.Taken() ? reading.Counter() : platform::PerformanceCounter();
+        const uint32_t now = static_cast<uint32_t>(
+            RemoteUtil::ElapsedMilliseconds(counter, start.QuadPart, frequency.QuadPart));
+        if (g.lastInputTime.load(std::memory_order_relaxed) != now) {
+            g.lastInputTime.store(now, std::memory_order_relaxed);
+        }
     }
     delete[] buffer;
     return written;

@@ -88,7 +88,8 @@ public:
     static int AudioNotify(const void* serviceId, const void* audioData) noexcept;
     static int PartialRefreshNotify(const void* serviceId, const void* refreshData) noexcept;
 
-    // Milliseconds since the kind's time base at the last accepted refresh write.
+    // Milliseconds since the kind's time base at the last accepted refresh write, by the
+    // coarse clock (a few milliseconds behind the precise one at most).
     uint32_t LastWriteTimeMs() const noexcept {
         return lastWriteTimeMs_.load(std::memory_order_relaxed);
     }

@@ -89,12 +89,14 @@ int SourceProvider::PartialRefreshWriteStreamBuffer(ServiceInfo* service, uint8_
         log::Trace(LOG_MESSAGE_ERROR, kScope, "PartialRefreshWriteStreamBuffer failed: invalid parameter");
         return -2;
     }
+    // A millisecond stamp: the coarse clock serves it (no precise counter read per write).
     const SourceClassState& state = SourceState();
-    const int64_t frequency = state.clockFrequency.load(std::memory_order_relaxed);
-    const int64_t elapsed =
-        platform::PerformanceCounter() - state.clockStart.load(std::memory_order_relaxed);
-    const int64_t ms = frequency > 0 ? elapsed * 1000 / frequency : 0;
-    lastWriteTimeMs_.store(static_cast<uint32_t>(ms), std::memory_order_relaxed);
+    const int64_t ms = platform::CoarseMillisecondsSince(
+        state.clockStart.load(std::memory_order_relaxed),
+        state.clockFrequency.load(std::memory_order_relaxed));
+    if (lastWriteTimeMs_.load(std::memory_order_relaxed) != static_cast<uint32_t>(ms)) {
+        lastWriteTimeMs_.store(static_cast<uint32_t>(ms), std::memory_order_relaxed);
+    }
 
     const PerixServiceId id = RefreshServiceId(*service);
     const PerixDataBuffer buffer{data, static_cast<uint32_t>(length)};

@@ -12,7 +12,13 @@ namespace RemoteUtil {
 namespace {
 constexpr const char* kTimeStampScope = "RemoteUtil::AddTimeStamp";
 constexpr const char* kPaddingScope = "RemoteUtil::DoPaddingOperation";
+// The innermost TimeStampReading of this thread, or null.
+thread_local TimeStampReading* t_reading = nullptr;
 }  // namespace
+
+TimeStampReading::TimeStampReading() noexcept : outer_(t_reading) { t_reading = this; }
+
+TimeStampReading::~TimeStampReading() { t_reading = outer_; }
 
 int64_t ElapsedMilliseconds(int64_t now, int64_t start, int64_t frequency) {
     if (frequency == 0) {
@@ -52,9 +58,12 @@ int AddTimeStamp(uint8_t* body, uint16_t bodyCapacity, int length, LARGE_INTEGER
                              "DoPaddingOperation, bodylength invalid");
         return length;
     }
-    const int64_t elapsed =
-        ElapsedMilliseconds(OrbPerix::platform::PerformanceCounter(), start.QuadPart,
-                            frequency.QuadPart);
+    const int64_t now = OrbPerix::platform::PerformanceCounter();
+    if (t_reading != nullptr) {
+        t_reading->taken_ = true;
+        t_reading->counter_ = now;
+    }
+    const int64_t elapsed = ElapsedMilliseconds(now, start.QuadPart, frequency.QuadPart);
     coding::PutFixed32BE(body + length, static_cast<uint32_t>(static_cast<uint64_t>(elapsed)));
     return length + 4;
 }

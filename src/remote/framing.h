@@ -17,6 +17,27 @@ namespace RemoteUtil {
 int AddTimeStamp(uint8_t* body, uint16_t bodyCapacity, int length, LARGE_INTEGER start,
                  LARGE_INTEGER frequency);
 
+// While one lives, the counter reading of the timestamps AddTimeStamp appends on the creating
+// thread is kept in it, so that whoever asked for the packet can stamp the same moment without
+// reading the counter again. One per thread at a time; the newest one wins when nested.
+class TimeStampReading {
+public:
+    TimeStampReading() noexcept;
+    ~TimeStampReading();
+    TimeStampReading(const TimeStampReading&) = delete;
+    TimeStampReading& operator=(const TimeStampReading&) = delete;
+
+    // Whether a timestamp was appended meanwhile, and the counter it was taken from.
+    bool Taken() const noexcept { return taken_; }
+    int64_t Counter() const noexcept { return counter_; }
+
+private:
+    friend int AddTimeStamp(uint8_t*, uint16_t, int, LARGE_INTEGER, LARGE_INTEGER);
+    TimeStampReading* outer_;
+    bool taken_ = false;
+    int64_t counter_ = 0;
+};
+
 // Makes the length even by one zero byte at body[length], which must lie below bodyCapacity.
 // Returns the new length; `length` unchanged (logged) when bodyCapacity is 0 or length <= 0;
 // 0 (logged) when an odd length cannot be padded.

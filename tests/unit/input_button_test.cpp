@@ -3,6 +3,7 @@
 #include <atomic>
 
 #include "input_test_helpers.h"
+#include "platform/platform.h"
 #include "provider/input_provider.h"
 
 namespace {
@@ -132,6 +133,45 @@ TEST_F(InputButton, HeartbeatWaitsFiftyMillisecondsAfterTheInput) {
     ASSERT_EQ(0, provider->PostRemoteCtrlEvent(&service, &wheel));
     ASSERT_GE(perix_sim_peer_wait_heartbeats(1, 3000), 1);
     EXPECT_GE(std::chrono::steady_clock::now() - posted, std::chrono::milliseconds(45));
+}
+
+// The input stamp reuses the encoder's counter reading: it must sit on the heartbeat's own
+// time base, within the post, so that the window opens no earlier than 50 ms after the input and
+// closes 300000 ms after it (each give or take the heartbeat's 10 ms polling).
+TEST_F(InputButton, HeartbeatWindowOpensAndClosesWhereTheInputTimeSaysWithinATick) {
+    using OrbPerix::InputProvider;
+    const int64_t frequency = OrbPerix::platform::PerformanceFrequency();
+    constexpr uint32_t kTickMs = 10;
+    ConnectAndOpen("peer-a");
+    ServiceInfo service = ButtonService("peer-a");
+    RemoteCtrlEvent wheel = Event(8);
+
+    const auto posted = std::chrono::steady_clock::now();
+    const uint32_t before = InputProvider::NowMilliseconds();
+    ASSERT_EQ(0, provider->PostRemoteCtrlEvent(&service, &wheel));
+    const uint32_t after = InputProvider::NowMilliseconds();
+    const uint32_t stamp = InputGlobals().lastInputTime.load();
+    EXPECT_GE(stamp, before) << "never earlier than the post";
+    EXPECT_LE(stamp, after) << "taken during the post";
+
+    // Opens: not before 50 ms (less the truncation to whole milliseconds), and not long after.
+    ASSERT_GE(perix_sim_peer_wait_heartbeats(1, 3000), 1);
+    const auto opened = std::chrono::steady_clock::now() - posted;
+    EXPECT_GE(opened, std::chrono::milliseconds(49));
+    EXPECT_LT(opened, std::chrono::milliseconds(50 + kTickMs + 1000)) << "generous for a busy machine";
+
+    // Closes: move the time base back so that the input lies 1500 ms before the window's end.
+    const uint32_t age = InputProvider::NowMilliseconds() - stamp;
+    const int64_t shiftMs = 300000 - 1500 - static_cast<int64_t>(age);
+    InputGlobals().clockStart.fetch_sub(shiftMs * frequency / 1000);
+    const auto shifted = std::chrono::steady_clock::now();
+    const int atShift = perix_sim_peer_heartbeat_count();
+    EXPECT_GT(perix_sim_peer_wait_heartbeats(atShift + 1, 1000), atShift)
+        << "still inside the window";
+    std::this_thread::sleep_until(shifted + std::chrono::milliseconds(1500 + kTickMs + 300));
+    const int closed = perix_sim_peer_heartbeat_count();
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    EXPECT_EQ(closed, perix_sim_peer_heartbeat_count()) << "no heartbeat after the window";
 }
 
 TEST_F(InputButton, HeartbeatGoesNowhereWithoutAnOpenedService) {
