@@ -1,5 +1,6 @@
 #include "provider/session_store.h"
 
+#include <cstring>
 #include <new>
 #include <utility>
 
@@ -15,6 +16,24 @@ void CopyFacts(const PerixSessionInfo& record, SessionFacts* out) noexcept {
     out->listener = record.listener;
     out->route = record.route;
 }
+
+// Generation numbers for every store of the process, never reused.
+std::atomic<uint64_t> g_generations{0};
+
+uint64_t NextGeneration() noexcept {
+    return g_generations.fetch_add(1, std::memory_order_relaxed) + 1;
+}
+
+// A thread's last HasHandle answer: for which store, at which generation, for which device id
+// (ids longer than the buffer are not kept).
+struct HandleAnswer {
+    const void* store;
+    uint64_t generation;
+    uint32_t length;
+    bool hasHandle;
+    char deviceId[96];
+};
+thread_local HandleAnswer t_handleAnswer{nullptr, 0, 0, false, {}};
 
 // Zeroes a record's session key and frees it. Null is ignored.
 void Destroy(PerixSessionInfo* record) noexcept {
@@ -86,11 +105,43 @@ bool SessionStore::Lookup(std::string_view deviceId, SessionFacts* out) const no
     return true;
 }
 
+SessionStore::SessionStore() noexcept : generation_(NextGeneration()) {}
+
+void SessionStore::Changed() noexcept {
+    generation_.store(NextGeneration(), std::memory_order_release);
+}
+
 bool SessionStore::HasHandle(std::string_view deviceId) const noexcept {
-    std::lock_guard<std::mutex> lock(mutex_);
-    auto found = map_.find(deviceId);
-    return found != map_.end() && found->second != nullptr &&
-           found->second->serviceHandle != nullptr;
+    HandleAnswer& answer = t_handleAnswer;
+    // Acquire: a change published before this call is seen, so a kept answer is never older
+    // than the last change that happened before the question.
+    if (answer.store == this &&
+        answer.generation == generation_.load(std::memory_order_acquire) &&
+        answer.length == deviceId.size() &&
+        (deviceId.empty() || std::memcmp(answer.deviceId, deviceId.data(), deviceId.size()) == 0)) {
+        return answer.hasHandle;
+    }
+    bool hasHandle = false;
+    uint64_t generation = 0;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        generation = generation_.load(std::memory_order_relaxed);
+        auto found = map_.find(deviceId);
+        hasHandle = found != map_.end() && found->second != nullptr &&
+                    found->second->serviceHandle != nullptr;
+    }
+    if (deviceId.size() <= sizeof(answer.deviceId)) {
+        if (!deviceId.empty()) {
+            std::memcpy(answer.deviceId, deviceId.data(), deviceId.size());
+        }
+        answer.length = static_cast<uint32_t>(deviceId.size());
+        answer.generation = generation;
+        answer.hasHandle = hasHandle;
+        answer.store = this;
+    } else {
+        answer.store = nullptr;
+    }
+    return hasHandle;
 }
 
 SessionStore::Lease SessionStore::Acquire(std::string_view deviceId, SessionFacts* facts) noexcept {
@@ -248,6 +299,7 @@ bool SessionStore::Complete(std::string_view deviceId, void* handle, const Engin
     record->load = &load;
     record->listener = listener;
     record->route = route;
+    Changed();
     return true;
 }
 
@@ -295,6 +347,7 @@ bool SessionStore::Remove(std::string_view deviceId) noexcept {
         }
         retire = Detach(found->second);
         map_.erase(found);
+        Changed();
     }
     if (retire != nullptr) {
         Retire(retire);
@@ -307,6 +360,7 @@ void SessionStore::RemoveAll() noexcept {
     {
         std::lock_guard<std::mutex> lock(mutex_);
         taken.swap(map_);
+        Changed();
         for (auto& entry : taken) {
             entry.second = Detach(entry.second);
         }

@@ -6,6 +6,10 @@
 // engine or a host listener runs. Callers never get a pointer into a live record: lookups copy
 // out what they need.
 //
+// HasHandle, asked on every posted event, answers from a per-thread copy of its last answer
+// while the store's generation is unchanged, so that posting threads only read shared memory.
+// The generation changes (under the mutex) whenever a session gains or loses its handle.
+//
 // Handle lifetime: an operation that passes a session's engine handle to the engine holds a
 // Lease on the session for the length of that call. Removing a session (disconnect, teardown)
 // takes it out of the map at once, so that nothing new can lease it; its handle is released
@@ -15,6 +19,7 @@
 #ifndef ORBPERIX_SRC_PROVIDER_SESSION_STORE_H_
 #define ORBPERIX_SRC_PROVIDER_SESSION_STORE_H_
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -99,13 +104,14 @@ public:
         const EngineLoad* load_ = nullptr;
     };
 
-    SessionStore() = default;
+    SessionStore() noexcept;
     SessionStore(const SessionStore&) = delete;
     SessionStore& operator=(const SessionStore&) = delete;
 
     // Facts of the session under `deviceId`; false when there is none.
     bool Lookup(std::string_view deviceId, SessionFacts* out) const noexcept;
-    // Whether a session with an engine handle exists under `deviceId`.
+    // Whether a session with an engine handle exists under `deviceId`. Takes no lock when the
+    // calling thread asked the same of this store since the last change of handles.
     bool HasHandle(std::string_view deviceId) const noexcept;
     // A lease on the session under `deviceId`, when it exists with a handle (facts copied to
     // `facts` when not null); empty otherwise.
@@ -161,8 +167,15 @@ private:
     static void Retire(PerixSessionInfo* record) noexcept;
     void EndLease(PerixSessionInfo* record) noexcept;
 
+    // REQUIRES: mutex_ held. Marks a change of the sessions that have a handle.
+    void Changed() noexcept;
+
     mutable std::mutex mutex_;
     Map map_;  // GUARDED_BY(mutex_)
+    // Written under mutex_ by Changed, read without it by HasHandle; on a line of its own so
+    // that lock traffic does not evict it from the readers' caches. Values are unique in the
+    // process (a store built where another was gets a new one).
+    alignas(64) std::atomic<uint64_t> generation_;
 };
 
 }  // namespace OrbPerix
