@@ -5,6 +5,13 @@
 // is allocated and freed once. Goal: BM_PostMouse within 1.3x of the floor.
 // BM_HeartbeatIdleCpu: process CPU time over 10 s with an initialised provider and no input
 // (the heartbeat thread polls every 10 ms); reported as the counter cpu_ms.
+// BM_PostThreads: the same post from 1 and 2 threads to one provider and one peer;
+// BM_ReferenceLoop: a trivial loop on 1 and 2 threads, the machine's own 2-thread gain. Both in
+// wall time per event over all threads, so the gain of two threads is the 1-thread time over
+// the 2-thread time.
+// BM_ButtonNotify / BM_DeviceChange: the engine thread's notification delivered to the host's
+// listener; BM_ButtonNotifyFloor / BM_DeviceChangeFloor: one allocation and copy of the record
+// the listener receives.
 //
 // The engine here is a table of trivial functions in this binary, so that only the library's
 // own work is measured.
@@ -13,7 +20,9 @@
 #include <chrono>
 #include <cstring>
 #include <ctime>
+#include <memory>
 #include <new>
+#include <string>
 #include <thread>
 
 #include "orbperix/remote_event.h"
@@ -24,8 +33,12 @@
 namespace {
 
 int g_handleToken = 0;
+const PerixEngineListener* g_engineListener = nullptr;
 void* FakeCreate(const PERIXInfo*) { return &g_handleToken; }
-int FakeListener(void*, const PerixEngineListener*) { return 0; }
+int FakeListener(void*, const PerixEngineListener* listener) {
+    g_engineListener = listener;
+    return 0;
+}
 int FakeStart(void*, const PERIXInfo*) { return 0; }
 int FakeRelease(void*, void*, void*) { return 0; }
 int FakeButtonRegister(const PerixButtonCallback*) { return 0; }
@@ -152,5 +165,120 @@ void BM_HeartbeatIdleCpu(benchmark::State& state) {
     }
 }
 BENCHMARK(BM_HeartbeatIdleCpu)->Iterations(1)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+int OnButton(ServiceInfo* service, ButtonNotifyInfo* info) {
+    benchmark::DoNotOptimize(service);
+    benchmark::DoNotOptimize(info->dataExtend[info->dataLen - 1]);
+    return 0;
+}
+int64_t g_deviceChanges = 0;
+int OnDeviceChange(DeviceChangeInfo* info) {
+    benchmark::DoNotOptimize(info->deviceId.data());
+    ++g_deviceChanges;
+    return 0;
+}
+
+const char kPeer[] = "floor-peer";  // not BM_PostMouse's peer, which it disconnects
+const char kButton[] = "button-0";
+
+// One initialised input provider over the fake engine with one connected peer whose listener
+// takes button and device-change notifications. Built once and shared by every thread.
+struct SharedRig {
+    Rig engine;
+    std::unique_ptr<OrbPerix::InputProvider> provider;
+    PERIXInfo info{};
+    ProviderListener listener{};
+
+    SharedRig() : provider(new OrbPerix::InputProvider(*engine.load)) {
+        provider->Init();
+        std::strcpy(info.peerDeviceId, kPeer);
+        info.connectType = 1;
+        listener.onButtonNotify = &OnButton;
+        listener.onDeviceChange = &OnDeviceChange;
+        provider->RegisterPERIXListener(&info, &listener);
+        provider->ConnectDevice(&info);
+    }
+};
+
+SharedRig& TheRig() {
+    static SharedRig rig;
+    return rig;
+}
+void BM_PostThreads(benchmark::State& state) {
+    SharedRig& rig = TheRig();
+    ServiceInfo service{kPeer, kButton, 6};
+    RemoteCtrlEvent event = MouseMove();
+    for (auto _ : state) {
+        if (rig.provider->PostRemoteCtrlEvent(&service, &event) != 0) {
+            state.SkipWithError("post refused");
+            break;
+        }
+    }
+    state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(BM_PostThreads)->Threads(1)->Threads(2)->UseRealTime();
+
+// About as long per iteration as a post, touching only the thread's own stack.
+void BM_ReferenceLoop(benchmark::State& state) {
+    uint64_t value = 0x9E3779B97F4A7C15ull;
+    for (auto _ : state) {
+        for (int i = 0; i < 64; ++i) {
+            value = value * 6364136223846793005ull + 1442695040888963407ull;
+            benchmark::DoNotOptimize(value);
+        }
+    }
+    state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(BM_ReferenceLoop)->Threads(1)->Threads(2)->UseRealTime();
+
+uint8_t g_buttonBytes[16] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16};
+
+void BM_ButtonNotify(benchmark::State& state) {
+    TheRig();
+    const PerixButtonIdentity identity{kPeer, sizeof(kPeer) - 1, kButton, sizeof(kButton) - 1};
+    const PerixButtonNotify notify{2, 1, 0, sizeof(g_buttonBytes), g_buttonBytes};
+    for (auto _ : state) {
+        if (OrbPerix::InputProvider::ButtonNotify(&identity, &notify) != 0) {
+            state.SkipWithError("button notification refused");
+            break;
+        }
+    }
+}
+BENCHMARK(BM_ButtonNotify);
+
+// What the host's listener receives: the service's two texts and a private copy of the bytes.
+void BM_ButtonNotifyFloor(benchmark::State& state) {
+    for (auto _ : state) {
+        ServiceInfo service{std::string(kPeer, sizeof(kPeer) - 1),
+                            std::string(kButton, sizeof(kButton) - 1), 6};
+        ButtonNotifyInfo info{2, 1, sizeof(g_buttonBytes), nullptr};
+        info.dataExtend = new (std::nothrow) uint8_t[sizeof(g_buttonBytes)];
+        std::memcpy(info.dataExtend, g_buttonBytes, sizeof(g_buttonBytes));
+        OnButton(&service, &info);
+        delete[] info.dataExtend;
+    }
+}
+BENCHMARK(BM_ButtonNotifyFloor);
+
+void BM_DeviceChange(benchmark::State& state) {
+    TheRig();
+    const PerixDeviceChangeNotify notify{kPeer, sizeof(kPeer) - 1, 1, 0};
+    const int64_t before = g_deviceChanges;
+    for (auto _ : state) {
+        g_engineListener->onDeviceChange(&g_handleToken, &notify);
+    }
+    if (g_deviceChanges - before != static_cast<int64_t>(state.iterations())) {
+        state.SkipWithError("the listener did not run for every notification");
+    }
+}
+BENCHMARK(BM_DeviceChange);
+
+void BM_DeviceChangeFloor(benchmark::State& state) {
+    for (auto _ : state) {
+        DeviceChangeInfo info{std::string(kPeer, sizeof(kPeer) - 1), 1, 0};
+        OnDeviceChange(&info);
+    }
+}
+BENCHMARK(BM_DeviceChangeFloor);
 
 }  // namespace
