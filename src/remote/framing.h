@@ -1,6 +1,6 @@
 // Packet framing around an encoded body: the millisecond timestamp and the padding byte that
-// keeps every packet even. Pure functions of their arguments and the performance counter;
-// reentrant.
+// keeps every packet even. Functions of their arguments and the performance counter, reentrant;
+// the timestamp step also hands its counter reading to the calling thread's TimeStampReading.
 #ifndef ORBPERIX_SRC_REMOTE_FRAMING_H_
 #define ORBPERIX_SRC_REMOTE_FRAMING_H_
 

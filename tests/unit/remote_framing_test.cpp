@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <limits>
 
+#include "platform/platform.h"
 #include "remote/framing.h"
 #include "remote/remote_controller.h"
 #include "remote_test_helpers.h"
@@ -314,6 +315,39 @@ TEST(RemoteFraming, TimestampStepSharesThePaddingMessage) {
     // Written without a capacity check: the caller guarantees the room.
     EXPECT_EQ(RemoteUtil::AddTimeStamp(body, 2, 2, base.start, base.frequency), 6);
     EXPECT_EQ(std::vector<uint8_t>(body + 2, body + 6), (std::vector<uint8_t>{0, 1, 2, 3}));
+}
+
+// The poster stamps its input time from the reading the timestamp step took: the same counter
+// value that the appended milliseconds were computed from, kept only by the innermost reading
+// of the thread, and nothing for a body that got no timestamp.
+TEST(RemoteFraming, TimeStampReadingKeepsTheCounterOfTheAppendedTimestamp) {
+    uint8_t body[8] = {};
+    LARGE_INTEGER start{};
+    start.QuadPart = OrbPerix::platform::PerformanceCounter() - 5000;
+    LARGE_INTEGER frequency{};
+    frequency.QuadPart = 1000;  // one tick a millisecond: the bytes show the counter itself
+    RemoteUtil::TimeStampReading outer;
+    {
+        RemoteUtil::TimeStampReading inner;
+        ClearLogs();
+        EXPECT_EQ(RemoteUtil::AddTimeStamp(body, 8, 0, start, frequency), 0);
+        EXPECT_FALSE(inner.Taken()) << "a failed body has no timestamp";
+        const int64_t before = OrbPerix::platform::PerformanceCounter();
+        ASSERT_EQ(RemoteUtil::AddTimeStamp(body, 8, 2, start, frequency), 6);
+        const int64_t after = OrbPerix::platform::PerformanceCounter();
+        ASSERT_TRUE(inner.Taken());
+        EXPECT_GE(inner.Counter(), before);
+        EXPECT_LE(inner.Counter(), after);
+        const uint32_t stamped = static_cast<uint32_t>(body[2]) << 24 |
+                                 static_cast<uint32_t>(body[3]) << 16 |
+                                 static_cast<uint32_t>(body[4]) << 8 | body[5];
+        EXPECT_EQ(static_cast<uint32_t>(RemoteUtil::ElapsedMilliseconds(
+                      inner.Counter(), start.QuadPart, frequency.QuadPart)),
+                  stamped);
+        EXPECT_FALSE(outer.Taken()) << "only the innermost reading keeps it";
+    }
+    ASSERT_EQ(RemoteUtil::AddTimeStamp(body, 8, 2, start, frequency), 6);
+    EXPECT_TRUE(outer.Taken()) << "the outer reading is current again";
 }
 
 TEST(RemoteFraming, ElapsedMillisecondsTruncatesTowardZeroAndNeverTraps) {
