@@ -14,7 +14,7 @@
 //   the C interface can carry gives kInvalidArgument and one log line; nothing is cut.
 // - Listeners are any callables. The owner keeps them alive until it is gone, and before they
 //   go it de-initialises its provider kind (which forgets the kind's listeners) and destroys
-//   its provider, then waits for listener calls under way in this layer to return.
+//   its provider, then waits for listener calls under way to return.
 // - Results are Code values equal to the C++ interface's result codes (0 success, -2, -3, -4,
 //   -5, -9, -13, the engine's own values) plus kBadHandle. No exception is needed: the header
 //   compiles with exceptions disabled. With exceptions enabled, a listener that throws is
@@ -136,6 +136,9 @@ struct Listener {
 };
 
 namespace detail {
+
+// How long an owner's teardown waits for listener calls under way on other threads.
+constexpr uint32_t kListenerWaitMs = 10000;
 
 // One error line through the library's log (scope "orbperix::<where>").
 inline Code Fail(Code code, const char* where, const char* message) noexcept {
@@ -453,6 +456,11 @@ private:
                 (void)Fns::deinit(handle);
             }
             (void)Fns::destroy(handle);
+        }
+        if (boxes_ != nullptr) {
+            // A notification that found a listener before the de-init may not have reached
+            // this layer yet; the library knows when it is done.
+            (void)orbperix_wait_for_listeners(kListenerWaitMs);
         }
         for (ListenerBox* box = std::exchange(boxes_, nullptr); box != nullptr;) {
             ListenerBox* next = box->next;

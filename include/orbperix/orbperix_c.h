@@ -258,7 +258,7 @@ typedef struct orbperix_stream_data {
  * one that names no registered peer is dropped with an error line. A peer's listener is
  * forgotten when its disconnect succeeds or a provider of its kind is de-initialised (the
  * library's sessions of a kind are process-wide); a call already under way may still finish
- * after that. */
+ * after that: orbperix_wait_for_listeners waits for it, before the host frees its user_data. */
 typedef struct orbperix_listener {
     void (*on_device_change)(void* user_data, const orbperix_device_change* info);
     void (*on_service_change)(void* user_data, const orbperix_service_change* info);
@@ -296,6 +296,13 @@ ORBPERIX_API void orbperix_finalize(void);
  * library's own lines. For layers built over this interface (orbperix.hpp) that must report a
  * failure of their own; a null text or scope is written as empty. */
 ORBPERIX_API void orbperix_log_error(const char* where, const char* text);
+
+/* Waits until every listener call (and every other engine notification) that was under way on
+ * another thread when it was called has returned; calls that start later are not waited for,
+ * nor one the calling thread is running itself. 0; -13 when some are still running after
+ * `timeout_ms`. Call it after a disconnect or de-initialisation and before freeing what the
+ * forgotten listeners use. Do not hold a lock that a listener takes while it waits. */
+ORBPERIX_API int orbperix_wait_for_listeners(uint32_t timeout_ms);
 
 /* ---- Create and destroy ---- */
 

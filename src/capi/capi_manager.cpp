@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "capi/capi_common.h"
+#include "engine/engine_gate.h"
 #include "manager/engine_location.h"
 #include "util/no_destructor.h"
 #include "orbperix/manager.h"
@@ -124,6 +125,14 @@ int orbperix_set_engine_path(const char* path) {
     } catch (...) {
         return Fail(scope, -13, "unexpected exception");
     }
+}
+
+int orbperix_wait_for_listeners(uint32_t timeout_ms) {
+    if (OrbPerix::engine::WaitForCallbacks(timeout_ms)) {
+        return 0;
+    }
+    return Fail(ORBPERIX_C_SCOPE(orbperix_wait_for_listeners), -13,
+                "listener calls still under way after the timeout");
 }
 
 int orbperix_is_initialized(void) {

@@ -4,6 +4,7 @@
 #include <new>
 
 #include <cstdlib>
+#include <mutex>
 #include <thread>
 
 #include "platform/platform.h"
@@ -49,6 +50,28 @@ struct ThreadState {
     uint32_t callbacks;  // engine callbacks this thread is running
 };
 thread_local ThreadState t_state{nullptr, false, kNoShard, 0, 0};
+
+// Polls `done` until it is true (true) or `timeoutMs` have passed (false). What it waits for
+// is usually short: it yields a few times before it sleeps.
+template <typename Done>
+bool WaitUntil(uint32_t timeoutMs, Done done) noexcept {
+    const int64_t frequency = platform::PerformanceFrequency();
+    const int64_t start = platform::PerformanceCounter();
+    for (uint32_t round = 0;; ++round) {
+        if (done()) {
+            return true;
+        }
+        const int64_t elapsedMs = (platform::PerformanceCounter() - start) * 1000 / frequency;
+        if (elapsedMs >= static_cast<int64_t>(timeoutMs)) {
+            return false;
+        }
+        if (round < 64) {
+            std::this_thread::yield();
+        } else {
+            platform::SleepMilliseconds(1);
+        }
+    }
+}
 
 // Loads live as long as the process: a provider may hold one long after Finalize. Each one is
 // linked here so that leak checkers see it as reachable.
@@ -183,9 +206,7 @@ bool CloseAndDrain(uint32_t timeoutMs) noexcept {
     if (g_lightPath) {
         platform::HeavyBarrier();
     }
-    const int64_t frequency = platform::PerformanceFrequency();
-    const int64_t start = platform::PerformanceCounter();
-    for (uint32_t round = 0;; ++round) {
+    return WaitUntil(timeoutMs, [] {
         uint64_t inFlight = 0;
         for (const Shard& shard : g_shards) {
             inFlight += shard.inFlight.load(std::memory_order_seq_cst);
@@ -194,24 +215,50 @@ bool CloseAndDrain(uint32_t timeoutMs) noexcept {
         for (uint32_t i = 0; i < claimed && i < kOwnSlots; ++i) {
             inFlight += g_ownSlots[i].inFlight.load(std::memory_order_acquire);
         }
-        if (inFlight == 0) {
-            return true;
+        return inFlight == 0;
+    });
+}
+
+// Callbacks under way, counted in two epochs: a callback counts itself in the current epoch
+// when it starts; WaitForCallbacks moves the epoch on and waits for the old one's count to
+// reach zero, so that callbacks starting meanwhile never hold it up. Waiters take turns.
+std::atomic<uint32_t> g_callbackEpoch{0};
+Shard g_callbacksInEpoch[2];
+thread_local uint32_t t_callbackEpoch = 0;
+
+CallbackScope::CallbackScope() noexcept {
+    if (t_state.callbacks++ != 0) {
+        return;  // nested callbacks of one thread count once
+    }
+    for (;;) {
+        const uint32_t epoch = g_callbackEpoch.load(std::memory_order_seq_cst);
+        g_callbacksInEpoch[epoch & 1].inFlight.fetch_add(1, std::memory_order_seq_cst);
+        // A waiter that moved the epoch in between would not look at this count again.
+        if (g_callbackEpoch.load(std::memory_order_seq_cst) == epoch) {
+            t_callbackEpoch = epoch;
+            return;
         }
-        const int64_t elapsedMs = (platform::PerformanceCounter() - start) * 1000 / frequency;
-        if (elapsedMs >= static_cast<int64_t>(timeoutMs)) {
-            return false;
-        }
-        // A call in flight is usually short: yield a few times before sleeping.
-        if (round < 64) {
-            std::this_thread::yield();
-        } else {
-            platform::SleepMilliseconds(1);
-        }
+        g_callbacksInEpoch[epoch & 1].inFlight.fetch_sub(1, std::memory_order_seq_cst);
     }
 }
 
-CallbackScope::CallbackScope() noexcept { ++t_state.callbacks; }
-CallbackScope::~CallbackScope() { --t_state.callbacks; }
+CallbackScope::~CallbackScope() {
+    if (--t_state.callbacks == 0) {
+        g_callbacksInEpoch[t_callbackEpoch & 1].inFlight.fetch_sub(1, std::memory_order_release);
+    }
+}
+
+bool WaitForCallbacks(uint32_t timeoutMs) noexcept {
+    static std::mutex waiters;
+    std::lock_guard<std::mutex> turn(waiters);
+    const uint32_t epoch = g_callbackEpoch.fetch_add(1, std::memory_order_seq_cst);
+    // The calling thread's own callback, when it runs one that counted in the old epoch.
+    const uint32_t own =
+        (t_state.callbacks != 0 && (t_callbackEpoch & 1) == (epoch & 1)) ? 1 : 0;
+    return WaitUntil(timeoutMs, [epoch, own] {
+        return g_callbacksInEpoch[epoch & 1].inFlight.load(std::memory_order_acquire) <= own;
+    });
+}
 
 void CloseForExit() noexcept {
     g_liveGeneration.store(0, std::memory_order_seq_cst);

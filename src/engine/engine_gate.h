@@ -75,8 +75,9 @@ bool Enter(const EngineLoad& load) noexcept;
 void Leave() noexcept;
 
 // Marks the calling thread as running inside an engine callback for its lifetime (every entry
-// point the engine calls opens one), so that a Finalize made from a host listener on that
-// thread does not unload the engine under its own caller.
+// point the engine calls opens one, before it looks anything up), so that a Finalize made from
+// a host listener on that thread does not unload the engine under its own caller, and so that
+// WaitForCallbacks can tell when the callbacks under way have returned.
 class CallbackScope {
 public:
     CallbackScope() noexcept;
@@ -84,6 +85,13 @@ public:
     CallbackScope(const CallbackScope&) = delete;
     CallbackScope& operator=(const CallbackScope&) = delete;
 };
+
+// Waits until every engine callback that was under way on another thread when it was called
+// has returned (callbacks that start later are not waited for; one the calling thread is
+// running itself is not either). False when some are still running after `timeoutMs`. A host
+// calls it after forgetting its listeners (disconnect, de-initialisation) and before freeing
+// what they use: a callback that had already found a listener may otherwise still call it.
+bool WaitForCallbacks(uint32_t timeoutMs) noexcept;
 
 // RAII form of Enter/Leave, for a caller that makes several engine calls or must know whether
 // the engine was reached.

@@ -324,4 +324,62 @@ TEST_F(HostSafety, CListenersLiveExactlyAsLongAsTheirSessions) {
     EXPECT_EQ(1, orbperix_destroy_input_provider(a));
 }
 
+// A notification on another thread that found its C listener before the de-init: the host's
+// wait returns only once that call has returned, so the host may then free its user_data.
+// From inside a listener the wait does not wait for its own call.
+struct BlockingButton {
+    std::atomic<bool> entered{false};
+    std::atomic<bool> release{false};
+    std::atomic<bool> returned{false};
+    int ownWait = -100;
+};
+
+void BlockOnButton(void* user_data, const orbperix_service*, const orbperix_button_notify*) {
+    auto* state = static_cast<BlockingButton*>(user_data);
+    if (state->returned.load()) {  // the second delivery, on the test's own thread
+        state->ownWait = orbperix_wait_for_listeners(2000);
+        return;
+    }
+    state->entered = true;
+    WaitFor(state->release, 10000);
+    state->returned = true;
+}
+
+TEST_F(HostSafety, CWaitForListenersOutlastsACallThatFoundItsListenerBeforeTheDeinit) {
+    BlockingButton state;
+    const uint64_t cProvider = orbperix_create_input_provider();
+    ASSERT_EQ(0, orbperix_input_init(cProvider));
+    orbperix_device_info peer{};
+    std::strcpy(peer.peer_device_id, "peer-wait");
+    peer.connect_type = 1;
+    orbperix_listener c{};
+    c.on_button = &BlockOnButton;
+    ASSERT_EQ(0, orbperix_input_register_listener(cProvider, &peer, &c, &state));
+    const PerixButtonIdentity identity{"peer-wait", 9, "svc", 3};
+    PerixButtonNotify notify{1, 2, 0, 0, nullptr};
+    std::thread engineThread([&] { perix_sim_fire_button(&identity, &notify); });
+    ASSERT_TRUE(WaitFor(state.entered));
+    ASSERT_EQ(0, orbperix_input_deinit(cProvider));  // forgets the listener; the call goes on
+    std::atomic<bool> waited{false};
+    int waitResult = -100;
+    std::thread host([&] {
+        waitResult = orbperix_wait_for_listeners(10000);
+        waited = true;
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_FALSE(waited.load()) << "the wait returned while the listener was still running";
+    state.release = true;
+    host.join();
+    engineThread.join();
+    EXPECT_EQ(0, waitResult);
+    EXPECT_TRUE(state.returned.load());
+
+    ASSERT_EQ(0, orbperix_input_init(cProvider));
+    ASSERT_EQ(0, orbperix_input_register_listener(cProvider, &peer, &c, &state));
+    EXPECT_EQ(0, perix_sim_fire_button(&identity, &notify));
+    EXPECT_EQ(0, state.ownWait) << "a listener's own call is not waited for";
+    EXPECT_EQ(0, orbperix_input_deinit(cProvider));
+    EXPECT_EQ(1, orbperix_destroy_input_provider(cProvider));
+}
+
 }  // namespace
