@@ -7,6 +7,7 @@
 
 #include "log/log.h"
 #include "platform/platform.h"
+#include "util/elapsed.h"
 #include "util/no_destructor.h"
 
 namespace OrbPerix {
@@ -185,7 +186,7 @@ uint32_t InputProvider::NowMilliseconds() noexcept {
     const InputState& g = InputGlobals();
     const int64_t start = g.clockStart.load(std::memory_order_relaxed);
     const int64_t frequency = g.clockFrequency.load(std::memory_order_relaxed);
-    const int64_t elapsed = (platform::PerformanceCounter() - start) * 1000 / frequency;
+    const int64_t elapsed = ElapsedMilliseconds(platform::PerformanceCounter(), start, frequency);
     return static_cast<uint32_t>(elapsed);
 }
 

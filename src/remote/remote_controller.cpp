@@ -14,10 +14,10 @@ namespace RemoteUtil {
 namespace {
 
 using OrbPerix::log::Trace;
-using coding::PutCoordinate;
-using coding::PutFixed16BE;
-using coding::PutFixed16LE;
-using coding::PutFixed32BE;
+using OrbPerix::coding::PutCoordinate;
+using OrbPerix::coding::PutFixed16BE;
+using OrbPerix::coding::PutFixed16LE;
+using OrbPerix::coding::PutFixed32BE;
 
 constexpr const char* kPacketScope = "RemoteUtil::RemoteController::ConstructRemoteCtrlPacket";
 constexpr const char* kBodyScope = "RemoteUtil::RemoteController::ConstructInputBody";

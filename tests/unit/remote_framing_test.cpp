@@ -6,6 +6,7 @@
 
 #include "remote/framing.h"
 #include "remote/remote_controller.h"
+#include "util/elapsed.h"
 #include "remote_test_helpers.h"
 
 namespace {
@@ -317,7 +318,7 @@ TEST(RemoteFraming, TimestampStepSharesThePaddingMessage) {
 }
 
 TEST(RemoteFraming, ElapsedMillisecondsTruncatesTowardZeroAndNeverTraps) {
-    using RemoteUtil::ElapsedMilliseconds;
+    using OrbPerix::ElapsedMilliseconds;
     EXPECT_EQ(ElapsedMilliseconds(2500, 0, 1000), 2500);
     EXPECT_EQ(ElapsedMilliseconds(10, 0, 3), 3333);
     EXPECT_EQ(ElapsedMilliseconds(0, 10, 3), -3333);  // toward zero, not down
