@@ -1,4 +1,4 @@
-// The provider base: the device-record check, the audio type conversions, and the forwarding of
+// The provider base: the device-record check and the forwarding of
 // engine notifications to host listeners as private copies (through the input provider's
 // registered callbacks, fired by the simulated engine).
 #include <cstring>
@@ -40,24 +40,6 @@ TEST(CheckPerixInfo, NullNegativePortAndZeroConnectTypeAreRefused) {
                   {4, BaseLine("Invalid para: deviceInfo is null", "CheckPerixInfoInner")},
                   {4, BaseLine(bad, "CheckPerixInfoInner")},
                   {4, BaseLine(bad, "CheckPerixInfoInner")}}),
-              TraceLines());
-}
-
-TEST(AudioTypes, ConversionsAreInverseAndUnknownTypesFallBackWithALine) {
-    ClearLogs();
-    const uint32_t host[] = {0, 1, 2, 3};
-    const uint32_t engine[] = {3, 2, 10, 9};
-    for (int i = 0; i < 4; ++i) {
-        EXPECT_EQ(engine[i], BaseProvider::ConvertAudioDeviceType(host[i]));
-        EXPECT_EQ(host[i], BaseProvider::ConvertAudioServiceType(engine[i]));
-    }
-    EXPECT_TRUE(TraceLines().empty());
-    EXPECT_EQ(3u, BaseProvider::ConvertAudioDeviceType(4));
-    EXPECT_EQ(0u, BaseProvider::ConvertAudioServiceType(4));
-    EXPECT_EQ((std::vector<LogLine>{
-                  {4, BaseLine("Invalid deviceType 4, using default value", "ConvertAudioDeviceType")},
-                  {4, BaseLine("Invalid serviceType 4, using default value",
-                               "ConvertAudioServiceType")}}),
               TraceLines());
 }
 
