@@ -160,7 +160,7 @@ int PERIXProviderManager::Initialize(tagPERIXLogFuncGroup* logFuncs, std::string
     }
     result = partialRefreshHandlerFun(&refreshHandlerSource);
     if (result != 0) {
-        // Deliberately silent: hosts have always seen only the begin line for this failure.
+        // Returned without a line of its own, unlike the three getters above.
         return result;
     }
     // A getter that reports success but leaves an entry empty would crash us here.

@@ -16,8 +16,7 @@ constexpr const char* kPaddingScope = "RemoteUtil::DoPaddingOperation";
 int AddTimeStamp(uint8_t* body, uint16_t bodyCapacity, int length, LARGE_INTEGER start,
                  LARGE_INTEGER frequency) {
     if (bodyCapacity == 0 || length <= 0) {
-        // The padding step's text, logged under this scope on purpose: readers of the log rely
-        // on the four-line pattern of a failing body.
+        // A failing body logs the same text at each framing step, so its four lines read as one.
         OrbPerix::log::Trace(LOG_MESSAGE_ERROR, kTimeStampScope,
                              "DoPaddingOperation, bodylength invalid");
         return length;

@@ -452,7 +452,7 @@ int RemoteController::ConstructMessageEvent(const RemoteCtrlEvent* event, uint8_
     const uint16_t length = message.messageLength;
     // One unsigned test for both ends: lengths below 3 wrap to above 65000.
     if (static_cast<uint16_t>(length - 3u) > kContentCopyLimit - 3) {
-        // This encoder reports under the text input's name; log readers match on it.
+        // The message shares the text input's wire layout and so its error text.
         Trace(LOG_MESSAGE_ERROR, kMessageScope, "ConstructInputEvent , msg length too large");
         return -1;
     }
