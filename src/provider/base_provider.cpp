@@ -9,6 +9,7 @@
 #include "engine/engine_gate.h"
 #include "platform/platform.h"
 #include "provider/delivery.h"
+#include "provider/owned_bytes.h"
 #include "provider/session_store.h"
 
 namespace OrbPerix {
@@ -126,21 +127,18 @@ void BaseProvider::DataReceive(SessionStore& sessions, void* handle,
                           kMaxEnginePayloadLength)) {
         return;
     }
-    BinaryData copy{data->word0, data->word1, nullptr, data->len};
-    copy.data = new (std::nothrow) uint8_t[data->len];
-    if (copy.data == nullptr) {
+    const OwnedBytes bytes = CopyBytes(data->data, data->len);
+    if (bytes.noMemory) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "On DataReceive, new data failed: , dataLen: ",
                    data->len);
         return;
     }
-    if (data->len > 0) {
-        const int copied = platform::BoundedCopy(copy.data, data->len, data->data, data->len);
-        if (copied != platform::kCopyOk) {
-            log::Trace(LOG_MESSAGE_ERROR, kScope, "On DataReceive, copy data failed: ", copied);
-            delete[] copy.data;
-            return;
-        }
+    if (!bytes) {
+        log::Trace(LOG_MESSAGE_ERROR, kScope, "On DataReceive, copy data failed: ",
+                   bytes.copyResult);
+        return;
     }
+    BinaryData copy{data->word0, data->word1, bytes.bytes.get(), data->len};
     try {
         // The listener takes the device id by value: it gets this private copy, moved, so that
         // no allocation happens inside the listener guard (where it would read as a throwing
@@ -150,7 +148,6 @@ void BaseProvider::DataReceive(SessionStore& sessions, void* handle,
     } catch (const std::bad_alloc&) {
         LogNoMemory(kScope, kEvent);
     }
-    delete[] copy.data;
 }
 
 uint32_t BaseProvider::ConvertAudioDeviceType(uint32_t type) {

@@ -7,6 +7,7 @@
 
 #include "log/log.h"
 #include "platform/platform.h"
+#include "provider/owned_bytes.h"
 
 // Defines the calling operation's log scope: Kind's prefix followed by `name`.
 #define ORBPERIX_KIND_SCOPE(name)                                               \
@@ -217,22 +218,20 @@ void SessionOps<Kind>::SendBinaryData(const std::string* deviceId, BinaryData* d
         log::Trace(LOG_MESSAGE_ERROR, kScope, "SendBinaryData, data len invalid.");
         return;
     }
-    BinaryData copy{data->word0, data->word1, nullptr, data->len};
-    copy.data = new (std::nothrow) uint8_t[data->len];
-    if (copy.data == nullptr) {
+    const OwnedBytes bytes = CopyBytes(data->data, data->len);
+    if (bytes.noMemory) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "SendBinaryData, new binaryData failed.");
         return;
     }
-    const int copied = platform::BoundedCopy(copy.data, copy.len, data->data, data->len);
-    if (copied != platform::kCopyOk) {
-        log::Trace(LOG_MESSAGE_ERROR, kScope, "SendBinaryData, copy data failed: ", copied);
-        delete[] copy.data;
+    if (!bytes) {
+        log::Trace(LOG_MESSAGE_ERROR, kScope, "SendBinaryData, copy data failed: ",
+                   bytes.copyResult);
         return;
     }
+    BinaryData copy{data->word0, data->word1, bytes.bytes.get(), data->len};
     // The engine's result is deliberately not reported.
     engine::Call(session.Load(), session.Load().main.PERIXSendBinaryData, session.Handle(),
                  &copy);
-    delete[] copy.data;
 }
 
 template <typename Kind>
