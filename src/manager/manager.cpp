@@ -13,6 +13,7 @@
 #include "orbperix/manager.h"
 #include "platform/platform.h"
 #include "util/no_destructor.h"
+#include "util/result.h"
 
 namespace OrbPerix {
 namespace {
@@ -67,7 +68,7 @@ int PERIXProviderManager::LoadPerixLibrary() {
         hostLocation = engine_location::Get(&location);
     } catch (...) {
         log::Manager(LOG_MESSAGE_ERROR, kLoadScope, "engine location: out of memory");
-        return -3;
+        return kNoMemory;
     }
     platform::LoadStep step;
     if (hostLocation) {
@@ -83,37 +84,37 @@ int PERIXProviderManager::LoadPerixLibrary() {
             return 0;
         case platform::LoadStep::kModuleFileName:
             log::Manager(LOG_MESSAGE_ERROR, kLoadScope, "GetModuleFileName failed");
-            return -13;
+            return kUnavailable;
         case platform::LoadStep::kRemoveFileSpec:
             log::Manager(LOG_MESSAGE_ERROR, kLoadScope, "PathRemoveFileSpec failed");
-            return -13;
+            return kUnavailable;
         case platform::LoadStep::kPathAppend:
             log::Manager(LOG_MESSAGE_ERROR, kLoadScope, "PathAppend failed");
-            return -13;
+            return kUnavailable;
         case platform::LoadStep::kLoadLibrary:
             break;
     }
     module = nullptr;
     log::Manager(LOG_MESSAGE_ERROR, kLoadScope, "LoadLibrary failed");
-    return -13;
+    return kUnavailable;
 }
 
 int PERIXProviderManager::GetPerixHandlerFunc() {
     if (!ResolveGetter(module, "PERIXGetOrbPERIXHandler", &perixHandlerFun)) {
         log::Manager(LOG_MESSAGE_ERROR, kResolveScope, "perixHandlerFun is nullptr");
-        return -13;
+        return kUnavailable;
     }
     if (!ResolveGetter(module, "PERIXGetButtonHandlerSource", &buttonHandlerFun)) {
         log::Manager(LOG_MESSAGE_ERROR, kResolveScope, "buttonHandlerFun is nullptr");
-        return -13;
+        return kUnavailable;
     }
     if (!ResolveGetter(module, "PERIXGetAudioHandlerSource", &audioHandlerFun)) {
         log::Manager(LOG_MESSAGE_ERROR, kResolveScope, "audioHandlerFun is nullptr");
-        return -13;
+        return kUnavailable;
     }
     if (!ResolveGetter(module, "PERIXGetRefreshHandlerSource", &partialRefreshHandlerFun)) {
         log::Manager(LOG_MESSAGE_ERROR, kResolveScope, "partialRefreshHandlerFun is nullptr");
-        return -13;
+        return kUnavailable;
     }
     return 0;
 }
@@ -124,13 +125,13 @@ int PERIXProviderManager::Initialize(tagPERIXLogFuncGroup* logFuncs, std::string
     if (isInitialized) {
         log::Manager(LOG_MESSAGE_ERROR, kInitializeScope,
                      "PERIXProviderManager already Initalized.");
-        return -4;
+        return kWrongState;
     }
     // The record the engine's tables will be published in, taken before the engine is touched
     // so that a successful initialisation cannot fail afterwards.
     if (!engine::Reserve()) {
         log::Manager(LOG_MESSAGE_ERROR, kInitializeScope, "PERIXProviderManager Initalize failed: out of memory");
-        return -3;
+        return kNoMemory;
     }
     int result = LoadPerixLibrary();
     if (result != 0) {
@@ -166,7 +167,7 @@ int PERIXProviderManager::Initialize(tagPERIXLogFuncGroup* logFuncs, std::string
     // A getter that reports success but leaves an entry empty would crash us here.
     if (orbPerixHandler.PERIXLogRegister == nullptr || orbPerixHandler.PERIXInitial == nullptr) {
         log::Manager(LOG_MESSAGE_ERROR, kInitializeScope, "perixHandlerFun failed with ret ", -13);
-        return -13;
+        return kUnavailable;
     }
     result = orbPerixHandler.PERIXLogRegister(logFuncs);
     if (result != 0) {

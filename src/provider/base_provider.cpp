@@ -11,6 +11,7 @@
 #include "provider/delivery.h"
 #include "provider/owned_bytes.h"
 #include "provider/session_store.h"
+#include "util/result.h"
 
 namespace OrbPerix {
 
@@ -18,14 +19,14 @@ int BaseProvider::CheckPerixInfoInner(const PERIXInfo* deviceInfo) {
     static const char* const kScope = "OrbPerix::BaseProvider::CheckPerixInfoInner";
     if (deviceInfo == nullptr) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "Invalid para: deviceInfo is null");
-        return -2;
+        return kInvalidArgument;
     }
     // The identifier arrays are inline, so for a non-null record they always exist; their
     // lengths and contents are left to the engine on purpose (an empty id passes).
     if (deviceInfo->serverPort < 0 || deviceInfo->connectType == 0) {
         log::Trace(LOG_MESSAGE_ERROR, kScope,
                    "Invalid para: serverPort is invalid or connectType is invalid");
-        return -2;
+        return kInvalidArgument;
     }
     return 0;
 }

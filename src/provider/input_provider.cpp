@@ -9,6 +9,7 @@
 #include "platform/platform.h"
 #include "util/elapsed.h"
 #include "util/no_destructor.h"
+#include "util/result.h"
 
 namespace OrbPerix {
 
@@ -66,12 +67,12 @@ int InputProvider::Init() {
         log::Trace(LOG_MESSAGE_ERROR, kInitScope, "Init, start heartbeat thread failed: ",
                    error.code().value());
         heartbeatControl_.reset();
-        return -13;
+        return kUnavailable;
     } catch (const std::bad_alloc&) {
         log::Trace(LOG_MESSAGE_ERROR, kInitScope, "Init, start heartbeat thread failed: ",
                    static_cast<int>(std::errc::not_enough_memory));
         heartbeatControl_.reset();
-        return -13;
+        return kUnavailable;
     }
     // The flag is set only after the launch; the thread checks it once, after this release.
     InputGlobals().heartbeatRunning.store(true, std::memory_order_relaxed);

@@ -8,6 +8,7 @@
 #include "log/log.h"
 #include "platform/platform.h"
 #include "provider/owned_bytes.h"
+#include "util/result.h"
 
 // Defines the calling operation's log scope: Kind's prefix followed by `name`.
 #define ORBPERIX_KIND_SCOPE(name)                                               \
@@ -26,7 +27,7 @@ int SessionOps<Kind>::ConnectDevice(PERIXInfo* deviceInfo) {
     ORBPERIX_KIND_SCOPE("ConnectDevice");
     if (BaseProvider::CheckPerixInfoInner(deviceInfo) != 0) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "Invalid para: deviceInfo is invalid");
-        return -2;
+        return kInvalidArgument;
     }
     const std::string_view peer = PeerDeviceId(*deviceInfo);
     SessionFacts facts;
@@ -34,11 +35,11 @@ int SessionOps<Kind>::ConnectDevice(PERIXInfo* deviceInfo) {
     SessionStore::Lease session = Kind::Sessions().Acquire(peer, &facts);
     if (!session) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "connInfo is null, Please RegisterPERIXListener first");
-        return -4;
+        return kWrongState;
     }
     if (facts.serverPort != -1) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "device already connected");
-        return -4;
+        return kWrongState;
     }
     const int started = engine::Call(session.Load(), session.Load().main.PERIXStartService,
                                      session.Handle(), deviceInfo);
@@ -52,12 +53,12 @@ int SessionOps<Kind>::ConnectDevice(PERIXInfo* deviceInfo) {
     if (copied == SessionStore::kSessionGone) {
         // The peer was disconnected while the engine started it.
         log::Trace(LOG_MESSAGE_ERROR, kScope, "connInfo is null, Please RegisterPERIXListener first");
-        return -4;
+        return kWrongState;
     }
     if (copied != platform::kCopyOk) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "ConnectDevice, copy sessionKey failed with ret ",
                    copied);
-        return -9;
+        return kKeyCopyFailed;
     }
     return 0;
 }
@@ -67,13 +68,13 @@ int SessionOps<Kind>::DisconnectDevice(PERIXInfo* deviceInfo) {
     ORBPERIX_KIND_SCOPE("DisconnectDevice");
     if (deviceInfo == nullptr) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "Invalid para: deviceInfo Invalid");
-        return -2;
+        return kInvalidArgument;
     }
     // Out of the store at once, so that nothing new can use the handle; it is released with no
     // lock held (now, or by the engine call still using it when that call ends).
     if (!Kind::Sessions().Remove(PeerDeviceId(*deviceInfo))) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "DisconnectDevice, device not connected.");
-        return -4;
+        return kWrongState;
     }
     return 0;
 }
@@ -85,7 +86,7 @@ int SessionOps<Kind>::RegisterPERIXListenerSteps(PERIXInfo* deviceInfo,
     ORBPERIX_KIND_SCOPE("RegisterPERIXListener");
     if (!Kind::Initialized() || listener == nullptr) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, Kind::kInitializeFirst);
-        return -4;
+        return kWrongState;
     }
     void* handle = nullptr;
     int created = 0;
@@ -95,7 +96,7 @@ int SessionOps<Kind>::RegisterPERIXListenerSteps(PERIXInfo* deviceInfo,
     }
     if (created != 0) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "CreateServiceHandler fail");
-        return -13;
+        return kUnavailable;
     }
     SessionStore::Lease session = Kind::Sessions().Acquire(PeerDeviceId(*deviceInfo));
     const int registered =
@@ -115,11 +116,11 @@ int SessionOps<Kind>::CreateServiceHandler(PERIXInfo* deviceInfo, ProviderListen
     ORBPERIX_KIND_SCOPE("CreateServiceHandler");
     if (BaseProvider::CheckPerixInfoInner(deviceInfo) != 0) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "Invalid para: deviceInfo is invalid");
-        return -2;
+        return kInvalidArgument;
     }
     if (out == nullptr) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "handlerPtr is null");
-        return -13;
+        return kUnavailable;
     }
     const std::string_view peer = PeerDeviceId(*deviceInfo);
     // The key is taken before the engine is asked, so that two registrations of one peer
@@ -129,17 +130,17 @@ int SessionOps<Kind>::CreateServiceHandler(PERIXInfo* deviceInfo, ProviderListen
             break;
         case SessionStore::Reservation::kExists:
             log::Trace(LOG_MESSAGE_ERROR, kScope, "device already created serviceHandler.");
-            return -4;
+            return kWrongState;
         case SessionStore::Reservation::kNoMemory:
             log::Trace(LOG_MESSAGE_ERROR, kScope, "new PerixSessionInfo fail");
-            return -13;
+            return kUnavailable;
     }
     void* handle = engine::Call(load_, load_.main.PERIXCreateServiceHandle, deviceInfo);
     serviceHandle_.store(handle, std::memory_order_relaxed);
     if (handle == nullptr) {
         Kind::Sessions().Abandon(peer);
         log::Trace(LOG_MESSAGE_ERROR, kScope, "PERIXCreateServiceHandle fail");
-        return -13;
+        return kUnavailable;
     }
     const ProviderListener entries = listener != nullptr ? *listener : ProviderListener{};
     if (!Kind::Sessions().Complete(peer, handle, load_, entries, route)) {
@@ -147,7 +148,7 @@ int SessionOps<Kind>::CreateServiceHandler(PERIXInfo* deviceInfo, ProviderListen
         engine::Call(load_, load_.main.PERIXReleaseServiceHandle, handle, nullptr, nullptr);
         log::Trace(LOG_MESSAGE_ERROR, kScope,
                    "CreateServiceHandler: device disconnected while its handle was created");
-        return -13;
+        return kUnavailable;
     }
     *out = handle;
     return 0;
@@ -162,7 +163,7 @@ int SessionOps<Kind>::UnRegisterListener(PERIXInfo* deviceInfo) {
     }
     if (!session) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "connInfo is null, Please RegisterPERIXListener first");
-        return -4;
+        return kWrongState;
     }
     return engine::Call(session.Load(), session.Load().main.PERIXUnRegisterListener,
                         session.Handle());
@@ -174,12 +175,12 @@ int SessionOps<Kind>::RegisterDataListener(const std::string* deviceId, uint32_t
     ORBPERIX_KIND_SCOPE("RegisterDataListener");
     if (deviceId == nullptr) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "RegisterDataListener device is null");
-        return -2;
+        return kInvalidArgument;
     }
     SessionStore::Lease session = Kind::Sessions().Acquire(*deviceId);
     if (!session) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "serviceHandler is null, please ConnectDevice first.");
-        return -4;
+        return kWrongState;
     }
     // The engine's result is deliberately not reported.
     engine::Call(session.Load(), session.Load().main.PERIXRegisterCallback, session.Handle(),
@@ -192,11 +193,11 @@ int SessionOps<Kind>::UnRegisterDataListener(const std::string* deviceId, uint32
     ORBPERIX_KIND_SCOPE("UnRegisterDataListener");
     if (deviceId == nullptr) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "UnRegisterDataListener device is null");
-        return -2;
+        return kInvalidArgument;
     }
     if (!Kind::Sessions().HasHandle(*deviceId)) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "serviceHandler is null, please ConnectDevice first.");
-        return -4;
+        return kWrongState;
     }
     // Unregistering is a no-op beyond the checks: the engine has no counterpart.
     return 0;
@@ -251,12 +252,12 @@ int SessionOps<Kind>::StartDeviceService(ServiceInfo* service, void* /*reserved*
     ORBPERIX_KIND_SCOPE("StartDeviceService");
     if (service == nullptr || service->deviceId.empty()) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "StartDeviceService failed,service or deviceId is null.");
-        return -2;
+        return kInvalidArgument;
     }
     SessionStore::Lease session = Kind::Sessions().Acquire(service->deviceId);
     if (!session) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "StartDeviceService failed,serviceHandler is null.");
-        return -4;
+        return kWrongState;
     }
     const PerixVirtualService record{service->serviceId.c_str(),
                                      static_cast<uint32_t>(service->serviceId.size()),
@@ -274,12 +275,12 @@ template <typename Kind>
 int SessionOps<Kind>::StopDeviceService(ServiceInfo* service) {
     ORBPERIX_KIND_SCOPE("StopDeviceService");
     if (service == nullptr || service->deviceId.empty()) {
-        return -2;
+        return kInvalidArgument;
     }
     SessionStore::Lease session = Kind::Sessions().Acquire(service->deviceId);
     if (!session) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "serviceHandler is null, Please Connect device first.");
-        return -4;
+        return kWrongState;
     }
     const PerixVirtualService record{service->serviceId.c_str(),
                                      static_cast<uint32_t>(service->serviceId.size()),

@@ -4,6 +4,7 @@
 #include "log/log.h"
 #include "provider/source_provider.h"
 #include "provider/source_stream.h"
+#include "util/result.h"
 
 namespace OrbPerix {
 
@@ -47,7 +48,7 @@ int SourceProvider::OpenAudio(ServiceInfo* service, AudioParam* audioParam) {
     static const char* const kScope = "OrbPerix::SourceProvider::OpenAudio";
     if (service == nullptr || audioParam == nullptr) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "OpenAudio param is invalid");
-        return -2;
+        return kInvalidArgument;
     }
     const PerixServiceId id = AudioServiceId(*service, ConvertAudioServiceType(service->serviceType));
     const AudioParam param = *audioParam;
@@ -63,7 +64,7 @@ int SourceProvider::CloseAudio(ServiceInfo* service) {
     static const char* const kScope = "OrbPerix::SourceProvider::CloseAudio";
     if (service == nullptr) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "CloseAudio service is null");
-        return -2;
+        return kInvalidArgument;
     }
     const PerixServiceId id = AudioServiceId(*service, ConvertAudioServiceType(service->serviceType));
     const int r = engine::Call(load_, load_.audio.AudioClose, &id);

@@ -8,6 +8,7 @@
 #include "log/log.h"
 #include "remote/coding.h"
 #include "remote/framing.h"
+#include "util/result.h"
 
 namespace RemoteUtil {
 
@@ -103,12 +104,12 @@ int RemoteController::ConstructRemoteCtrlPacket(const RemoteCtrlEvent* event, ui
                                                 LARGE_INTEGER frequency) const {
     if (buffer == nullptr) {
         Trace(LOG_MESSAGE_ERROR, kPacketScope, "ConstructRemoteCtrlPacket param invalid");
-        return -1;
+        return OrbPerix::kEncodeFailed;
     }
     std::memset(buffer, 0, capacity);
     if (event == nullptr) {
         Trace(LOG_MESSAGE_ERROR, kPacketScope, "ConstructRemoteCtrlPacket, event invalid");
-        return -1;
+        return OrbPerix::kEncodeFailed;
     }
     // A capacity that cannot hold the header leaves no body room at all. Saturating (rather
     // than letting capacity - 10 wrap to ~64 KiB) makes every kind fail its capacity check, so
@@ -119,7 +120,7 @@ int RemoteController::ConstructRemoteCtrlPacket(const RemoteCtrlEvent* event, ui
         ConstructInputBody(event, buffer + kHeaderSize, bodyCapacity, start, frequency);
     if (bodyLength <= 0) {
         Trace(LOG_MESSAGE_ERROR, kPacketScope, "ConstructRemoteCtrlPacket, bodylength invalid");
-        return -1;
+        return OrbPerix::kEncodeFailed;
     }
 
     const uint32_t flags = event->headerFlags;
@@ -152,7 +153,7 @@ int RemoteController::ConstructRemoteCtrlPacket(const RemoteCtrlEvent* event, ui
             // ConstructInputBody already refused every other type.
             Trace(LOG_MESSAGE_ERROR, kPacketScope, "ConstructRemoteCtrlPacket, unknown type ",
                   event->type);
-            return -1;
+            return OrbPerix::kEncodeFailed;
     }
 
     buffer[4] |= static_cast<uint8_t>(event->headerTag);
@@ -166,12 +167,12 @@ int RemoteController::ConstructInputBody(const RemoteCtrlEvent* event, uint8_t* 
                                          LARGE_INTEGER frequency) const {
     if (event == nullptr || body == nullptr) {
         Trace(LOG_MESSAGE_ERROR, kBodyScope, "event or buffer is null");
-        return -1;
+        return OrbPerix::kEncodeFailed;
     }
     if (event->type > kMessage) {
         Trace(LOG_MESSAGE_ERROR, kBodyScope, "ConstructInputBody, unsupported packet type ",
               event->type);
-        return -1;
+        return OrbPerix::kEncodeFailed;
     }
 
     int length = -1;
@@ -225,7 +226,7 @@ int RemoteController::ConstructTouchEvent(const RemoteCtrlEvent* event, uint8_t*
                                           uint16_t bodyCapacity) const {
     if (event == nullptr || body == nullptr) {
         Trace(LOG_MESSAGE_ERROR, kTouchScope, "ConstructTouchEvent, param not valid");
-        return -1;
+        return OrbPerix::kEncodeFailed;
     }
     const RemoteTouchEvent& touch = event->payload.touch;
     const int count = touch.pointerCount;
@@ -233,13 +234,13 @@ int RemoteController::ConstructTouchEvent(const RemoteCtrlEvent* event, uint8_t*
     const int length = 9 * count + 4;
     if (bodyCapacity <= length) {
         Trace(LOG_MESSAGE_ERROR, kTouchScope, "ConstructTouchEvent, buffer size is not enough");
-        return -1;
+        return OrbPerix::kEncodeFailed;
     }
     static constexpr uint8_t kCodes[] = {14, 15, 2};
     uint8_t code = 0;
     if (!CodeForAction(touch.action, kCodes, &code)) {
         Trace(LOG_MESSAGE_ERROR, kTouchScope, "ConstructTouchEvent, unknown type");
-        return -1;
+        return OrbPerix::kEncodeFailed;
     }
     body[0] = code;
     // Counts the padding byte that an odd count will cause (9n + 8 is odd when n is).
@@ -268,14 +269,14 @@ int RemoteController::ConstructKeyEvent(const RemoteCtrlEvent* event, uint8_t* b
                                         uint16_t bodyCapacity) const {
     if (event == nullptr || body == nullptr || bodyCapacity <= 12) {
         Trace(LOG_MESSAGE_ERROR, kKeyScope, "ConstructKeyEvent, param not valid");
-        return -1;
+        return OrbPerix::kEncodeFailed;
     }
     const RemoteKeyEvent& key = event->payload.key;
     static constexpr uint8_t kCodes[] = {3, 4};
     uint8_t code = 0;
     if (!CodeForAction(key.action, kCodes, &code)) {
         Trace(LOG_MESSAGE_ERROR, kKeyScope, "ConstructKeyEvent, unknown type");
-        return -1;
+        return OrbPerix::kEncodeFailed;
     }
     body[0] = code;
     PutFixed16BE(body + 1, 9);
@@ -290,7 +291,7 @@ int RemoteController::ConstructZoomEvent(const RemoteCtrlEvent* event, uint8_t* 
                                          uint16_t bodyCapacity) const {
     if (event == nullptr || body == nullptr || bodyCapacity <= 9) {
         Trace(LOG_MESSAGE_ERROR, kZoomScope, "ConstructZoomEvent, param not valid");
-        return -1;
+        return OrbPerix::kEncodeFailed;
     }
     const RemoteZoomEvent& zoom = event->payload.zoom;
     body[0] = 5;
@@ -305,14 +306,14 @@ int RemoteController::ConstructScrollEvent(const RemoteCtrlEvent* event, uint8_t
                                            uint16_t bodyCapacity) const {
     if (event == nullptr || body == nullptr || bodyCapacity <= 5) {
         Trace(LOG_MESSAGE_ERROR, kScrollScope, "ConstructScrollEvent, param not valid");
-        return -1;
+        return OrbPerix::kEncodeFailed;
     }
     const RemoteScrollEvent& scroll = event->payload.scroll;
     static constexpr uint8_t kCodes[] = {6, 7};
     uint8_t code = 0;
     if (!CodeForAction(scroll.action, kCodes, &code)) {
         Trace(LOG_MESSAGE_ERROR, kScrollScope, "ConstructScrollEvent, unknown type");
-        return -1;
+        return OrbPerix::kEncodeFailed;
     }
     body[0] = code;
     PutFixed16BE(body + 1, 3);  // 2 field bytes and the padding byte that always follows
@@ -324,14 +325,14 @@ int RemoteController::ConstructMouseEvent(const RemoteCtrlEvent* event, uint8_t*
                                           uint16_t bodyCapacity) const {
     if (event == nullptr || body == nullptr || bodyCapacity <= 12) {
         Trace(LOG_MESSAGE_ERROR, kMouseScope, "ConstructMouseEvent, param not valid");
-        return -1;
+        return OrbPerix::kEncodeFailed;
     }
     const RemoteMouseEvent& mouse = event->payload.mouse;
     static constexpr uint8_t kCodes[] = {14, 15, 16};
     uint8_t code = 0;
     if (!CodeForAction(mouse.action, kCodes, &code)) {
         Trace(LOG_MESSAGE_ERROR, kMouseScope, "ConstructMouseEvent, unknown type");
-        return -1;
+        return OrbPerix::kEncodeFailed;
     }
     body[0] = code;
     PutFixed16BE(body + 1, 9);
@@ -346,7 +347,7 @@ int RemoteController::ConstructInputEvent(const RemoteCtrlEvent* event, uint8_t*
                                           uint16_t bodyCapacity) const {
     if (event == nullptr || body == nullptr) {
         Trace(LOG_MESSAGE_ERROR, kInputScope, "ConstructInputEvent, param not valid");
-        return -1;
+        return OrbPerix::kEncodeFailed;
     }
     switch (event->payload.input.action) {
         case 0:
@@ -355,7 +356,7 @@ int RemoteController::ConstructInputEvent(const RemoteCtrlEvent* event, uint8_t*
             return ConstructInputFocusEvent(event, body, bodyCapacity);
         default:
             Trace(LOG_MESSAGE_ERROR, kInputScope, "ConstructInputEvent, unknown type");
-            return -1;
+            return OrbPerix::kEncodeFailed;
     }
 }
 
@@ -366,11 +367,11 @@ int RemoteController::ConstructInputContentEvent(const RemoteInputEvent& input, 
     if (static_cast<uint16_t>(length - 1u) > kContentCopyLimit - 1) {
         Trace(LOG_MESSAGE_ERROR, kContentScope,
               "ConstructInputContentEvent , msg length too large");
-        return -1;
+        return OrbPerix::kEncodeFailed;
     }
     if (body == nullptr || bodyCapacity <= length + 5) {
         Trace(LOG_MESSAGE_ERROR, kContentScope, "ConstructInputContentEvent, param not valid");
-        return -1;
+        return OrbPerix::kEncodeFailed;
     }
     body[0] = 0;
     PutFixed16BE(body + 1, static_cast<uint16_t>(length + 2 + (length + 5) % 2));
@@ -380,7 +381,7 @@ int RemoteController::ConstructInputContentEvent(const RemoteInputEvent& input, 
     if (copied != OrbPerix::platform::kCopyOk) {
         Trace(LOG_MESSAGE_ERROR, kContentScope,
               "ConstructInputContentEvent, memcpy_s fail return code = ", copied);
-        return -1;
+        return OrbPerix::kEncodeFailed;
     }
     return length + 5;
 }
@@ -389,7 +390,7 @@ int RemoteController::ConstructInputFocusEvent(const RemoteCtrlEvent* event, uin
                                                uint16_t bodyCapacity) const {
     if (event == nullptr || body == nullptr || bodyCapacity <= 12) {
         Trace(LOG_MESSAGE_ERROR, kFocusScope, "ConstructInputFocusEvent, param not valid");
-        return -1;
+        return OrbPerix::kEncodeFailed;
     }
     const RemoteInputFocus& focus = event->payload.input.focus;
     body[0] = 1;
@@ -405,14 +406,14 @@ int RemoteController::ConstructWheelEvent(const RemoteCtrlEvent* event, uint8_t*
                                           uint16_t bodyCapacity) const {
     if (event == nullptr || body == nullptr || bodyCapacity <= 10) {
         Trace(LOG_MESSAGE_ERROR, kWheelScope, "ConstructWheelEvent, param not valid");
-        return -1;
+        return OrbPerix::kEncodeFailed;
     }
     const RemoteWheelEvent& wheel = event->payload.wheel;
     static constexpr uint8_t kCodes[] = {12, 13};
     uint8_t code = 0;
     if (!CodeForAction(wheel.action, kCodes, &code)) {
         Trace(LOG_MESSAGE_ERROR, kWheelScope, "ConstructWheelEvent, unknown type");
-        return -1;
+        return OrbPerix::kEncodeFailed;
     }
     body[0] = code;
     PutFixed16BE(body + 1, 7);
@@ -428,12 +429,12 @@ int RemoteController::ConstructVirtualKeyEvent(const RemoteCtrlEvent* event, uin
                                                uint16_t bodyCapacity) const {
     if (event == nullptr || body == nullptr || bodyCapacity <= 7) {
         Trace(LOG_MESSAGE_ERROR, kVirtualKeyScope, "ConstructVirtualKeyEvent, param not valid");
-        return -1;
+        return OrbPerix::kEncodeFailed;
     }
     const RemoteVirtualKeyEvent& virtualKey = event->payload.virtualKey;
     if (virtualKey.action > 3) {
         Trace(LOG_MESSAGE_ERROR, kVirtualKeyScope, "ConstructVirtualKeyEvent, unknown type");
-        return -1;
+        return OrbPerix::kEncodeFailed;
     }
     body[0] = static_cast<uint8_t>(virtualKey.action + 2);  // back 2, home 3, recent 4, quick 5
     PutFixed16BE(body + 1, 5);  // 4 field bytes and the padding byte that always follows
@@ -446,7 +447,7 @@ int RemoteController::ConstructMessageEvent(const RemoteCtrlEvent* event, uint8_
                                             uint16_t bodyCapacity) const {
     if (event == nullptr || body == nullptr) {
         Trace(LOG_MESSAGE_ERROR, kMessageScope, "ConstructMessageEvent, param not valid");
-        return -1;
+        return OrbPerix::kEncodeFailed;
     }
     const RemoteMessageEvent& message = event->payload.message;
     const uint16_t length = message.messageLength;
@@ -454,17 +455,17 @@ int RemoteController::ConstructMessageEvent(const RemoteCtrlEvent* event, uint8_
     if (static_cast<uint16_t>(length - 3u) > kContentCopyLimit - 3) {
         // The message shares the text input's wire layout and so its error text.
         Trace(LOG_MESSAGE_ERROR, kMessageScope, "ConstructInputEvent , msg length too large");
-        return -1;
+        return OrbPerix::kEncodeFailed;
     }
     if (bodyCapacity <= length + 5) {
         Trace(LOG_MESSAGE_ERROR, kMessageScope, "ConstructMessageEvent, param not valid");
-        return -1;
+        return OrbPerix::kEncodeFailed;
     }
     static constexpr uint8_t kCodes[] = {6, 7};
     uint8_t code = 0;
     if (!CodeForAction(message.action, kCodes, &code)) {
         Trace(LOG_MESSAGE_ERROR, kMessageScope, "ConstructMessageEvent, unknown type");
-        return -1;
+        return OrbPerix::kEncodeFailed;
     }
     body[0] = code;
     PutFixed16BE(body + 1, static_cast<uint16_t>(length + 2 + (length + 5) % 2));
@@ -475,7 +476,7 @@ int RemoteController::ConstructMessageEvent(const RemoteCtrlEvent* event, uint8_
     if (copied != OrbPerix::platform::kCopyOk) {
         Trace(LOG_MESSAGE_ERROR, kMessageScope,
               "ConstructMessageEvent, memcpy_s fail return code = ", copied);
-        return -1;
+        return OrbPerix::kEncodeFailed;
     }
     return length + 5;
 }
