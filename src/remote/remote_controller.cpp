@@ -7,6 +7,7 @@
 
 #include "log/log.h"
 #include "remote/coding.h"
+#include "remote/event_kind.h"
 #include "remote/framing.h"
 #include "util/result.h"
 
@@ -39,20 +40,7 @@ constexpr const char* kMessageScope = "RemoteUtil::RemoteController::ConstructMe
 constexpr size_t kContentCopyLimit = 472;
 constexpr size_t kMessageCopyLimit = 470;
 
-// Event type values.
-enum : uint32_t {
-    kTouch = 0,
-    kKey = 1,
-    kZoom = 2,
-    kScroll = 3,
-    kRotate = 4,
-    kReservedKind = 5,
-    kMouse = 6,
-    kTextInput = 7,
-    kWheel = 8,
-    kVirtualKey = 9,
-    kMessage = 10,
-};
+using namespace OrbPerix::event_kind;
 
 // The wire code of `action` from a kind's table of codes by action; false for an action that
 // the kind does not have.
