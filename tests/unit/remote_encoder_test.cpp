@@ -25,7 +25,7 @@ using remote_test::FailedBodyLines;
 using remote_test::FailedBodyTail;
 using remote_test::Send;
 using remote_test::SendResult;
-using remote_test::ZeroEvent;
+using remote_test::Event;
 using remote_test::kGuard;
 using remote_test::kPacketScope;
 const std::string kContentScope = "RemoteUtil::RemoteController::ConstructInputContentEvent";
@@ -44,7 +44,7 @@ TEST(EncoderFraming, HeaderFlagsMapThreeBitsAndTagCopiesTheLowByte) {
         {0xFFFFFFFF, 0x0E},
     };
     for (const Case& c : cases) {
-        RemoteCtrlEvent event = ZeroEvent(3);
+        RemoteCtrlEvent event = Event(3);
         event.headerFlags = c.headerFlags;
         event.headerTag = 0x123456A5;
         event.reserved = 0xFFFFFFFF;  // never read
@@ -57,7 +57,7 @@ TEST(EncoderFraming, HeaderFlagsMapThreeBitsAndTagCopiesTheLowByte) {
 }
 
 TEST(EncoderFraming, TimestampIsBigEndianMilliseconds) {
-    RemoteCtrlEvent event = ZeroEvent(6);
+    RemoteCtrlEvent event = Event(6);
     for (int64_t ms : {int64_t{0}, int64_t{1}, int64_t{0xABCDEF}}) {
         const SendResult result = Send(event, 109, 105, ms);
         ASSERT_EQ(result.length, 26);
@@ -95,7 +95,7 @@ TEST(EncoderFraming, CoordinateConversionSweep) {
         {std::numeric_limits<double>::denorm_min(), 0x0000},
     };
     for (const Case& c : cases) {
-        RemoteCtrlEvent event = ZeroEvent(6);
+        RemoteCtrlEvent event = Event(6);
         event.payload.mouse.coords[2] = c.value;
         const SendResult result = Send(event, 109, 105);
         ASSERT_EQ(result.length, 26);
@@ -106,7 +106,7 @@ TEST(EncoderFraming, CoordinateConversionSweep) {
 
 TEST(EncoderFraming, RotateAndReservedKindFailWithoutAnEncoderMessage) {
     for (uint32_t type : {4u, 5u}) {
-        RemoteCtrlEvent event = ZeroEvent(type);
+        RemoteCtrlEvent event = Event(type);
         ClearLogs();
         EXPECT_EQ(Send(event, 109, 105).length, -1) << "type " << type;
         EXPECT_EQ(TraceLines(), FailedBodyTail()) << "type " << type;
@@ -115,7 +115,7 @@ TEST(EncoderFraming, RotateAndReservedKindFailWithoutAnEncoderMessage) {
 
 TEST(EncoderFraming, TypesAboveTenAreRefusedBeforeAnyBody) {
     for (uint32_t type : {11u, 0xFFFFFFFFu}) {
-        RemoteCtrlEvent event = ZeroEvent(type);
+        RemoteCtrlEvent event = Event(type);
         ClearLogs();
         const SendResult result = Send(event, 109, 105);
         EXPECT_EQ(result.length, -1);
@@ -133,7 +133,7 @@ TEST(EncoderFraming, TypesAboveTenAreRefusedBeforeAnyBody) {
 // writes nothing but zeros over the capacity.
 TEST(EncoderFraming, CapacitiesUpToTheHeaderSizeFailEveryKind) {
     for (uint32_t type = 0; type <= 10; ++type) {
-        RemoteCtrlEvent event = ZeroEvent(type);
+        RemoteCtrlEvent event = Event(type);
         event.payload.input.content.contentLength = 1;   // valid text (type 7)
         event.payload.message.messageLength = 3;         // valid message (type 10)
         for (uint8_t capacity = 0; capacity <= 10; ++capacity) {
@@ -174,7 +174,7 @@ TEST(EncoderFraming, FixedKindsCapacityThresholds) {
         {9, 0, 17, 22, 22, "ConstructVirtualKeyEvent"},
     };
     for (const Case& c : cases) {
-        RemoteCtrlEvent event = ZeroEvent(c.type);
+        RemoteCtrlEvent event = Event(c.type);
         event.payload.key.action = c.action;  // the action word leads every member
         ClearLogs();
         EXPECT_EQ(Send(event, 64, c.refusedByEncoder).length, -1) << c.encoder;
@@ -191,7 +191,7 @@ TEST(EncoderFraming, FixedKindsCapacityThresholds) {
 TEST(EncoderFraming, OddBodyEndingAtTheCapacityCannotBePadded) {
     // Scroll: 5 body bytes + 4 timestamp bytes = 9, odd; a body capacity of exactly 9 leaves
     // no byte for the padding.
-    RemoteCtrlEvent event = ZeroEvent(3);
+    RemoteCtrlEvent event = Event(3);
     ClearLogs();
     const SendResult result = Send(event, 64, 19);
     EXPECT_EQ(result.length, -1);
@@ -206,7 +206,7 @@ TEST(EncoderFraming, OddBodyEndingAtTheCapacityCannotBePadded) {
 TEST(EncoderFraming, ControllerRejectsNullBufferAndNullEvent) {
     RemoteUtil::RemoteController controller;
     const remote_test::TimeBase base = remote_test::TimeBaseAt(0);
-    RemoteCtrlEvent event = ZeroEvent(6);
+    RemoteCtrlEvent event = Event(6);
     ClearLogs();
     EXPECT_EQ(controller.ConstructRemoteCtrlPacket(&event, nullptr, 105, base.start,
                                                    base.frequency),
@@ -306,7 +306,7 @@ TEST(EncoderFraming, ElapsedMillisecondsTruncatesTowardZeroAndNeverTraps) {
 // ---- Mouse (type 6).
 
 TEST(EncoderMouse, MouseButtonDownIsTheTwentySixByteExample) {
-    RemoteCtrlEvent event = ZeroEvent(6);
+    RemoteCtrlEvent event = Event(6);
     event.payload.mouse.action = 0;
     event.payload.mouse.button = 1;
     event.payload.mouse.coords[0] = 100.7;
@@ -333,13 +333,13 @@ TEST(EncoderMouse, MouseButtonDownIsTheTwentySixByteExample) {
 TEST(EncoderMouse, MouseActionsSelectTheirCodesAndOthersFail) {
     const uint8_t codes[] = {14, 15, 16};
     for (uint32_t action = 0; action < 3; ++action) {
-        RemoteCtrlEvent event = ZeroEvent(6);
+        RemoteCtrlEvent event = Event(6);
         event.payload.mouse.action = action;
         const SendResult result = Send(event, 109, 105);
         ASSERT_EQ(result.length, 26) << "action " << action;
         EXPECT_EQ(result.buffer[10], codes[action]) << "action " << action;
     }
-    RemoteCtrlEvent event = ZeroEvent(6);
+    RemoteCtrlEvent event = Event(6);
     event.payload.mouse.action = 3;
     ClearLogs();
     EXPECT_EQ(Send(event, 109, 105).length, -1);
@@ -351,7 +351,7 @@ TEST(EncoderMouse, MouseActionsSelectTheirCodesAndOthersFail) {
 // ---- Touch (type 0).
 
 TEST(EncoderTouch, TouchWithoutPointersIsEighteenBytes) {
-    RemoteCtrlEvent event = ZeroEvent(0);
+    RemoteCtrlEvent event = Event(0);
     event.payload.touch.action = 1;
     const SendResult result = Send(event, 109, 105);
     const Bytes expected = {
@@ -366,7 +366,7 @@ TEST(EncoderTouch, TouchWithoutPointersIsEighteenBytes) {
 }
 
 TEST(EncoderTouch, TouchWithOnePointerReservesNineBytesAndPads) {
-    RemoteCtrlEvent event = ZeroEvent(0);
+    RemoteCtrlEvent event = Event(0);
     event.payload.touch.action = 2;
     event.payload.touch.pointerCount = 1;
     event.payload.touch.pointerIds[0] = 7;
@@ -390,7 +390,7 @@ TEST(EncoderTouch, TouchWithOnePointerReservesNineBytesAndPads) {
 }
 
 RemoteCtrlEvent TouchWithPointers(uint8_t count) {
-    RemoteCtrlEvent event = ZeroEvent(0);
+    RemoteCtrlEvent event = Event(0);
     event.payload.touch.action = 0;
     event.payload.touch.pointerCount = count;
     for (int i = 0; i < 10; ++i) {
@@ -483,7 +483,7 @@ TEST(EncoderTouch, TouchUnknownActionIsCheckedAfterCapacity) {
 // ---- Key (type 1).
 
 TEST(EncoderKey, KeySendsItsThreeValuesButNotTheReservedWord) {
-    RemoteCtrlEvent event = ZeroEvent(1);
+    RemoteCtrlEvent event = Event(1);
     event.payload.key.action = 1;
     event.payload.key.keyReserved = 0xFFFF;
     event.payload.key.keyValue1 = 0x0102;
@@ -515,7 +515,7 @@ TEST(EncoderKey, KeySendsItsThreeValuesButNotTheReservedWord) {
 // ---- Zoom (type 2).
 
 TEST(EncoderZoom, ZoomIsTwentyFourBytesWithItsValueLowByteFirst) {
-    RemoteCtrlEvent event = ZeroEvent(2);
+    RemoteCtrlEvent event = Event(2);
     event.payload.zoom.x = 10.9;
     event.payload.zoom.y = -3.2;
     event.payload.zoom.zoomValue = 0x1234;
@@ -537,7 +537,7 @@ TEST(EncoderZoom, ZoomIsTwentyFourBytesWithItsValueLowByteFirst) {
 // ---- Scroll (type 3).
 
 TEST(EncoderScroll, ScrollIsTwentyBytesWithPadding) {
-    RemoteCtrlEvent event = ZeroEvent(3);
+    RemoteCtrlEvent event = Event(3);
     event.payload.scroll.action = 1;
     event.payload.scroll.scrollValue = 0xABCD;
     const SendResult result = Send(event, 109, 105);
@@ -564,7 +564,7 @@ TEST(EncoderScroll, ScrollIsTwentyBytesWithPadding) {
 // ---- Wheel (type 8).
 
 TEST(EncoderWheel, WheelMovesButtonBitsOneAndTwoUpByOne) {
-    RemoteCtrlEvent event = ZeroEvent(8);
+    RemoteCtrlEvent event = Event(8);
     event.payload.wheel.action = 1;
     event.payload.wheel.buttons = 0x07;
     event.payload.wheel.wheelValue = 0xFF88;
@@ -605,7 +605,7 @@ TEST(EncoderWheel, WheelMovesButtonBitsOneAndTwoUpByOne) {
 // ---- Virtual keys (type 9).
 
 TEST(EncoderVirtualKey, VirtualKeysUseClassThreeAndCodesTwoToFive) {
-    RemoteCtrlEvent event = ZeroEvent(9);
+    RemoteCtrlEvent event = Event(9);
     event.payload.virtualKey.action = 3;
     event.payload.virtualKey.x = 1.0;
     event.payload.virtualKey.y = 2.0;
@@ -636,7 +636,7 @@ TEST(EncoderVirtualKey, VirtualKeysUseClassThreeAndCodesTwoToFive) {
 // ---- Text input and input focus (type 7), message (type 10).
 
 TEST(EncoderText, InputFocusUsesClassTwoCodeOne) {
-    RemoteCtrlEvent event = ZeroEvent(7);
+    RemoteCtrlEvent event = Event(7);
     event.payload.input.action = 1;
     event.payload.input.focus.focusFlag = 1;
     event.payload.input.focus.focusValues[0] = 1.0;
@@ -663,7 +663,7 @@ TEST(EncoderText, InputFocusUsesClassTwoCodeOne) {
 }
 
 TEST(EncoderText, ShortTextInput) {
-    RemoteCtrlEvent event = ZeroEvent(7);
+    RemoteCtrlEvent event = Event(7);
     event.payload.input.content.contentLength = 2;
     event.payload.input.content.content[0] = 'h';
     event.payload.input.content.content[1] = 'i';
@@ -683,7 +683,7 @@ TEST(EncoderText, ShortTextInput) {
 }
 
 TEST(EncoderText, ShortMessage) {
-    RemoteCtrlEvent event = ZeroEvent(10);
+    RemoteCtrlEvent event = Event(10);
     event.payload.message.action = 1;
     event.payload.message.messageLength = 5;
     event.payload.message.messageWord = 0xBEEF;
@@ -733,7 +733,7 @@ TEST(EncoderText, TextInputLimitsAtCapacity233) {
         {473, -1, tooLarge},   {0xFFFF, -1, tooLarge},
     };
     for (const LengthCase& c : cases) {
-        RemoteCtrlEvent event = ZeroEvent(7);
+        RemoteCtrlEvent event = Event(7);
         event.payload.input.content.contentLength = c.length;
         for (size_t i = 0; i < sizeof(event.payload.input.content.content); ++i) {
             event.payload.input.content.content[i] = static_cast<uint8_t>('A' + i % 26);
@@ -780,7 +780,7 @@ TEST(EncoderText, MessageLimitsAtCapacity235) {
         {473, -1, tooLarge},
     };
     for (const LengthCase& c : cases) {
-        RemoteCtrlEvent event = ZeroEvent(10);
+        RemoteCtrlEvent event = Event(10);
         event.payload.message.messageLength = c.length;
         event.payload.message.messageWord = 0x0102;
         for (size_t i = 0; i < sizeof(event.payload.message.messageData); ++i) {
@@ -804,7 +804,7 @@ TEST(EncoderText, MessageLimitsAtCapacity235) {
 }
 
 TEST(EncoderText, MessageLengthIsCheckedBeforeTheAction) {
-    RemoteCtrlEvent event = ZeroEvent(10);
+    RemoteCtrlEvent event = Event(10);
     event.payload.message.action = 9;
     event.payload.message.messageLength = 2;
     ClearLogs();
@@ -819,7 +819,7 @@ TEST(EncoderText, LongestTextAndMessageWithALargeCapacity) {
     const remote_test::TimeBase base = remote_test::TimeBaseAt(1234);
     std::vector<uint8_t> buffer(600 + 4, kGuard);
 
-    RemoteCtrlEvent text = ZeroEvent(7);
+    RemoteCtrlEvent text = Event(7);
     text.payload.input.content.contentLength = 472;
     text.payload.input.content.content[471] = 0x5A;
     EXPECT_EQ(controller.ConstructRemoteCtrlPacket(&text, buffer.data(), 600, base.start,
@@ -829,7 +829,7 @@ TEST(EncoderText, LongestTextAndMessageWithALargeCapacity) {
     EXPECT_EQ(buffer[11], 0x01);  // body length 472 + 2 + 1 = 475 = 0x01DB
     EXPECT_EQ(buffer[12], 0xDB);
 
-    RemoteCtrlEvent message = ZeroEvent(10);
+    RemoteCtrlEvent message = Event(10);
     message.payload.message.messageLength = 472;
     message.payload.message.messageData[469] = 0x5B;
     EXPECT_EQ(controller.ConstructRemoteCtrlPacket(&message, buffer.data(), 600, base.start,
@@ -845,7 +845,7 @@ TEST(EncoderSender, NullEventOrBufferIsRefusedAndTheBufferUntouched) {
     ASSERT_NE(sender, nullptr);
     const remote_test::TimeBase base = remote_test::TimeBaseAt(0);
     std::vector<uint8_t> buffer(109, kGuard);
-    RemoteCtrlEvent event = ZeroEvent(6);
+    RemoteCtrlEvent event = Event(6);
     ClearLogs();
     EXPECT_EQ(sender->SendRemoteCtrlEvent(nullptr, buffer.data(), 105, base.start,
                                           base.frequency),
@@ -873,7 +873,7 @@ TEST(EncoderSender, GetInstanceReturnsOneInstanceToEveryThread) {
 // The input provider passes 233 for its 489-byte text buffer (489 reduced to 8 bits): the
 // packet is built within 233 bytes, whatever room the buffer really has.
 TEST(EncoderSender, Capacity233LimitsA489ByteBuffer) {
-    RemoteCtrlEvent event = ZeroEvent(7);
+    RemoteCtrlEvent event = Event(7);
     event.payload.input.content.contentLength = 217;
     const SendResult fits = Send(event, 489, static_cast<uint8_t>(489));
     EXPECT_EQ(fits.length, 236);
@@ -895,7 +895,7 @@ TEST(EncoderSender, ConcurrentSendersBuildIndependentPackets) {
             const remote_test::TimeBase base = remote_test::TimeBaseAt(0);
             RemoteUtil::RemoteEvent* sender = RemoteUtil::RemoteEvent::GetInstance();
             for (int i = 0; i < kPerThread; ++i) {
-                RemoteCtrlEvent event = ZeroEvent(6);
+                RemoteCtrlEvent event = Event(6);
                 event.headerTag = static_cast<uint32_t>(t);
                 event.payload.mouse.action = static_cast<uint32_t>(i % 3);
                 event.payload.mouse.coords[0] = i;

@@ -15,7 +15,7 @@ using OrbPerix::packet::Describe;
 using OrbPerix::packet::Kind;
 using remote_test::Send;
 using remote_test::SendResult;
-using remote_test::ZeroEvent;
+using remote_test::Event;
 using Bytes = std::vector<uint8_t>;
 
 DecodedPacket EncodeAndDecode(RemoteCtrlEvent& event, uint8_t capacity) {
@@ -50,7 +50,7 @@ TEST(RemotePacketDecoder, RoundTripsEveryKindAndAction) {
     };
     for (const Expect& e : all) {
         SCOPED_TRACE(*e.name);
-        RemoteCtrlEvent event = ZeroEvent(e.type);
+        RemoteCtrlEvent event = Event(e.type);
         event.headerFlags = 0x28;
         event.headerTag = 0x3C;
         uint8_t capacity = 105;
