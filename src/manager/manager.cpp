@@ -99,24 +99,50 @@ int PERIXProviderManager::LoadPerixLibrary() {
     return kUnavailable;
 }
 
+// Resolves the engine's four getters, then lets each fill its table, in this order. Called by
+// Initialize only, with the module loaded.
 int PERIXProviderManager::GetPerixHandlerFunc() {
-    if (!ResolveGetter(module, "PERIXGetOrbPERIXHandler", &perixHandlerFun)) {
-        log::Manager(LOG_MESSAGE_ERROR, kResolveScope, "perixHandlerFun is nullptr");
-        return kUnavailable;
+    using M = PERIXProviderManager;
+    struct Getter {
+        const char* exportName;
+        const char* name;  // the member that holds it, as the log lines name it
+        bool logsRefusal;  // the refresh getter's refusal has no line of its own
+        bool (*resolve)(M& m, const char* exportName);
+        int (*fill)(M& m);
+    };
+    static const Getter kGetters[] = {
+        {"PERIXGetOrbPERIXHandler", "perixHandlerFun", true,
+         [](M& m, const char* e) { return ResolveGetter(m.module, e, &m.perixHandlerFun); },
+         [](M& m) { return m.perixHandlerFun(&m.orbPerixHandler); }},
+        {"PERIXGetButtonHandlerSource", "buttonHandlerFun", true,
+         [](M& m, const char* e) { return ResolveGetter(m.module, e, &m.buttonHandlerFun); },
+         [](M& m) { return m.buttonHandlerFun(&m.buttonHandlerSource); }},
+        {"PERIXGetAudioHandlerSource", "audioHandlerFun", true,
+         [](M& m, const char* e) { return ResolveGetter(m.module, e, &m.audioHandlerFun); },
+         [](M& m) { return m.audioHandlerFun(&m.audioHandlerSource); }},
+        {"PERIXGetRefreshHandlerSource", "partialRefreshHandlerFun", false,
+         [](M& m, const char* e) {
+             return ResolveGetter(m.module, e, &m.partialRefreshHandlerFun);
+         },
+         [](M& m) { return m.partialRefreshHandlerFun(&m.refreshHandlerSource); }},
+    };
+    for (const Getter& getter : kGetters) {
+        if (!getter.resolve(*this, getter.exportName)) {
+            log::Manager(LOG_MESSAGE_ERROR, kResolveScope, getter.name, " is nullptr");
+            return kUnavailable;
+        }
     }
-    if (!ResolveGetter(module, "PERIXGetButtonHandlerSource", &buttonHandlerFun)) {
-        log::Manager(LOG_MESSAGE_ERROR, kResolveScope, "buttonHandlerFun is nullptr");
-        return kUnavailable;
+    for (const Getter& getter : kGetters) {
+        const int result = getter.fill(*this);
+        if (result != 0) {
+            if (getter.logsRefusal) {
+                log::Manager(LOG_MESSAGE_ERROR, kInitializeScope, getter.name,
+                             " failed with ret ", result);
+            }
+            return result;
+        }
     }
-    if (!ResolveGetter(module, "PERIXGetAudioHandlerSource", &audioHandlerFun)) {
-        log::Manager(LOG_MESSAGE_ERROR, kResolveScope, "audioHandlerFun is nullptr");
-        return kUnavailable;
-    }
-    if (!ResolveGetter(module, "PERIXGetRefreshHandlerSource", &partialRefreshHandlerFun)) {
-        log::Manager(LOG_MESSAGE_ERROR, kResolveScope, "partialRefreshHandlerFun is nullptr");
-        return kUnavailable;
-    }
-    return 0;
+    return kOk;
 }
 
 int PERIXProviderManager::Initialize(tagPERIXLogFuncGroup* logFuncs, std::string initText) {
@@ -139,29 +165,6 @@ int PERIXProviderManager::Initialize(tagPERIXLogFuncGroup* logFuncs, std::string
     }
     result = GetPerixHandlerFunc();
     if (result != 0) {
-        return result;
-    }
-    result = perixHandlerFun(&orbPerixHandler);
-    if (result != 0) {
-        log::Manager(LOG_MESSAGE_ERROR, kInitializeScope, "perixHandlerFun failed with ret ",
-                     result);
-        return result;
-    }
-    result = buttonHandlerFun(&buttonHandlerSource);
-    if (result != 0) {
-        log::Manager(LOG_MESSAGE_ERROR, kInitializeScope, "buttonHandlerFun failed with ret ",
-                     result);
-        return result;
-    }
-    result = audioHandlerFun(&audioHandlerSource);
-    if (result != 0) {
-        log::Manager(LOG_MESSAGE_ERROR, kInitializeScope, "audioHandlerFun failed with ret ",
-                     result);
-        return result;
-    }
-    result = partialRefreshHandlerFun(&refreshHandlerSource);
-    if (result != 0) {
-        // Returned without a line of its own, unlike the three getters above.
         return result;
     }
     // A getter that reports success but leaves an entry empty would crash us here.
