@@ -26,7 +26,7 @@
 #include "engine/engine_gate.h"
 #include "orbperix/large_integer.h"
 #include "orbperix/providers.h"
-#include "provider/base_provider.h"
+#include "provider/provider_common.h"
 #include "provider/session_ops.h"
 #include "provider/session_store.h"
 
@@ -56,7 +56,7 @@ struct InputState {
 };
 InputState& InputGlobals() noexcept;
 
-class InputProvider : public IInputProvider, public BaseProvider {
+class InputProvider : public IInputProvider {
 public:
     // Binds to `load`; resets the process-wide input state (button table of `load`,
     // heartbeatRunning and buttonOpened false, lastInputTime 0, time base restarted).

@@ -36,7 +36,7 @@
 //   The provider mutex is ops_.ProviderMutex(); the most recent handle ops_.ServiceHandle().
 //   The engine listener record (kEngineListener) is one per kind, in static storage: the engine
 //   keeps it by address and may call it at any time while the library is loaded. It forwards
-//   to BaseProvider with Kind::Sessions().
+//   to the shared forwarders (provider_common.h) with Kind::Sessions().
 //
 // Threading: host threads call the operations. Every engine call that passes a session's
 // handle holds a lease on the session (see SessionStore), so a concurrent DisconnectDevice or
@@ -57,7 +57,7 @@
 #include "orbperix/engine_tables.h"
 #include "orbperix/records.h"
 #include "engine/engine_gate.h"
-#include "provider/base_provider.h"
+#include "provider/provider_common.h"
 #include "provider/session_store.h"
 
 namespace OrbPerix {

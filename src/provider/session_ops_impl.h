@@ -25,7 +25,7 @@ const PerixEngineListener SessionOps<Kind>::kEngineListener = {
 template <typename Kind>
 int SessionOps<Kind>::ConnectDevice(PERIXInfo* deviceInfo) {
     ORBPERIX_KIND_SCOPE("ConnectDevice");
-    if (BaseProvider::CheckPerixInfoInner(deviceInfo) != 0) {
+    if (CheckPerixInfo(deviceInfo) != 0) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "Invalid para: deviceInfo is invalid");
         return kInvalidArgument;
     }
@@ -114,7 +114,7 @@ template <typename Kind>
 int SessionOps<Kind>::CreateServiceHandler(PERIXInfo* deviceInfo, ProviderListener* listener,
                                            const HostRoute& route, void** out) {
     ORBPERIX_KIND_SCOPE("CreateServiceHandler");
-    if (BaseProvider::CheckPerixInfoInner(deviceInfo) != 0) {
+    if (CheckPerixInfo(deviceInfo) != 0) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "Invalid para: deviceInfo is invalid");
         return kInvalidArgument;
     }
@@ -329,19 +329,19 @@ void SessionOps<Kind>::TearDownSessions() noexcept {
 
 template <typename Kind>
 void SessionOps<Kind>::OnDeviceChange(void* handle, const void* notify) noexcept {
-    BaseProvider::DeviceChange(Kind::Sessions(), handle,
-                               static_cast<const PerixDeviceChangeNotify*>(notify));
+    ForwardDeviceChange(Kind::Sessions(), handle,
+                        static_cast<const PerixDeviceChangeNotify*>(notify));
 }
 
 template <typename Kind>
 void SessionOps<Kind>::OnDeviceServiceChange(void* handle, const void* notify) noexcept {
-    BaseProvider::DeviceServiceChange(Kind::Sessions(), handle,
-                                      static_cast<const PerixServiceChangeNotify*>(notify));
+    ForwardServiceChange(Kind::Sessions(), handle,
+                         static_cast<const PerixServiceChangeNotify*>(notify));
 }
 
 template <typename Kind>
 void SessionOps<Kind>::OnDataReceive(void* handle, const void* data) noexcept {
-    BaseProvider::DataReceive(Kind::Sessions(), handle, static_cast<const BinaryData*>(data));
+    ForwardDataReceive(Kind::Sessions(), handle, static_cast<const BinaryData*>(data));
 }
 
 }  // namespace OrbPerix

@@ -31,7 +31,7 @@ struct AudioChannel {
     static constexpr const char* kNewFailed = "On AudioNotify, new dataExtend failed: , dataLen: ";
     static constexpr const char* kCopyFailed = "AudioNotify, copy data failed: ";
     static uint32_t HostServiceType(uint32_t engineType) noexcept {
-        return BaseProvider::ConvertAudioDeviceType(engineType);
+        return ConvertAudioDeviceType(engineType);
     }
     static void Fill(AudioData& record, uint32_t a, uint32_t b, uint32_t length,
                      uint8_t* data) noexcept {

@@ -19,7 +19,7 @@
 
 #include "orbperix/engine_tables.h"
 #include "orbperix/providers.h"
-#include "provider/base_provider.h"
+#include "provider/provider_common.h"
 #include "provider/session_ops.h"
 #include "provider/session_store.h"
 
@@ -33,7 +33,7 @@ struct SourceKind {
     static bool Initialized() noexcept;
 };
 
-class SourceProvider : public ISourceProvider, public BaseProvider {
+class SourceProvider : public ISourceProvider {
 public:
     // Binds to `load`, clears the class-wide initialised flag and restarts the class-wide
     // time base (frequency, then counter).

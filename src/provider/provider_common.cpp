@@ -1,4 +1,4 @@
-#include "provider/base_provider.h"
+#include "provider/provider_common.h"
 
 #include <new>
 #include <string>
@@ -15,7 +15,7 @@
 
 namespace OrbPerix {
 
-int BaseProvider::CheckPerixInfoInner(const PERIXInfo* deviceInfo) {
+int CheckPerixInfo(const PERIXInfo* deviceInfo) {
     static const char* const kScope = "OrbPerix::BaseProvider::CheckPerixInfoInner";
     if (deviceInfo == nullptr) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "Invalid para: deviceInfo is null");
@@ -31,8 +31,8 @@ int BaseProvider::CheckPerixInfoInner(const PERIXInfo* deviceInfo) {
     return 0;
 }
 
-void BaseProvider::DeviceChange(SessionStore& sessions, void* handle,
-                                const PerixDeviceChangeNotify* notify) noexcept {
+void ForwardDeviceChange(SessionStore& sessions, void* handle,
+                         const PerixDeviceChangeNotify* notify) noexcept {
     static const char* const kScope = "OrbPerix::BaseProvider::DeviceChange";
     static const char* const kEvent = "On DeviceChange";
     engine::CallbackScope inCallback;
@@ -63,8 +63,8 @@ void BaseProvider::DeviceChange(SessionStore& sessions, void* handle,
     }
 }
 
-void BaseProvider::DeviceServiceChange(SessionStore& sessions, void* handle,
-                                       const PerixServiceChangeNotify* notify) noexcept {
+void ForwardServiceChange(SessionStore& sessions, void* handle,
+                          const PerixServiceChangeNotify* notify) noexcept {
     static const char* const kScope = "OrbPerix::BaseProvider::DeviceServiceChange";
     static const char* const kEvent = "On DeviceServiceChange";
     engine::CallbackScope inCallback;
@@ -98,8 +98,8 @@ void BaseProvider::DeviceServiceChange(SessionStore& sessions, void* handle,
     }
 }
 
-void BaseProvider::DataReceive(SessionStore& sessions, void* handle,
-                               const BinaryData* data) noexcept {
+void ForwardDataReceive(SessionStore& sessions, void* handle,
+                        const BinaryData* data) noexcept {
     static const char* const kScope = "OrbPerix::BaseProvider::DataReceive";
     static const char* const kEvent = "On DataReceive";
     engine::CallbackScope inCallback;
@@ -151,7 +151,7 @@ void BaseProvider::DataReceive(SessionStore& sessions, void* handle,
     }
 }
 
-uint32_t BaseProvider::ConvertAudioDeviceType(uint32_t type) {
+uint32_t ConvertAudioDeviceType(uint32_t type) {
     switch (type) {
         case 0: return 3;
         case 1: return 2;
@@ -164,7 +164,7 @@ uint32_t BaseProvider::ConvertAudioDeviceType(uint32_t type) {
     }
 }
 
-uint32_t BaseProvider::ConvertAudioServiceType(uint32_t type) {
+uint32_t ConvertAudioServiceType(uint32_t type) {
     switch (type) {
         case 3: return 0;
         case 2: return 1;
