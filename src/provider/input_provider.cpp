@@ -1,5 +1,5 @@
 // InputProvider: construction, life cycle and the connection operations, which are the shared
-// SessionOps code instantiated for the input kind.
+// SessionOps code run for the input kind.
 #include "provider/input_provider.h"
 
 #include <new>
@@ -39,7 +39,40 @@ bool InputKind::Initialized() noexcept {
     return InputGlobals().heartbeatRunning.load(std::memory_order_relaxed);
 }
 
-InputProvider::InputProvider(const EngineLoad& load) : ops_(load) {
+namespace {
+// The engine's three general callbacks for this kind (engine threads).
+void OnInputDeviceChange(void* handle, const void* notify) noexcept {
+    ForwardDeviceChange(InputKind::Sessions(), handle,
+                        static_cast<const PerixDeviceChangeNotify*>(notify));
+}
+void OnInputServiceChange(void* handle, const void* notify) noexcept {
+    ForwardServiceChange(InputKind::Sessions(), handle,
+                         static_cast<const PerixServiceChangeNotify*>(notify));
+}
+void OnInputDataReceive(void* handle, const void* data) noexcept {
+    ForwardDataReceive(InputKind::Sessions(), handle, static_cast<const BinaryData*>(data));
+}
+
+// The input kind for the shared session code; its engine listener record is kept by the engine.
+const SessionKind kInputSessionKind = {
+    &InputKind::Sessions,
+    &InputKind::Initialized,
+    "Please initialize InputProvider first",
+    {&OnInputDeviceChange, &OnInputServiceChange, &OnInputDataReceive},
+    {"OrbPerix::InputProvider::ConnectDevice",
+     "OrbPerix::InputProvider::CreateServiceHandler",
+     "OrbPerix::InputProvider::DisconnectDevice",
+     "OrbPerix::InputProvider::RegisterDataListener",
+     "OrbPerix::InputProvider::RegisterEventCallback",
+     "OrbPerix::InputProvider::RegisterPERIXListener",
+     "OrbPerix::InputProvider::SendBinaryData",
+     "OrbPerix::InputProvider::StartDeviceService",
+     "OrbPerix::InputProvider::StopDeviceService",
+     "OrbPerix::InputProvider::UnRegisterDataListener",
+     "OrbPerix::InputProvider::UnRegisterListener"}};
+}  // namespace
+
+InputProvider::InputProvider(const EngineLoad& load) : ops_(kInputSessionKind, load) {
     InputState& g = InputGlobals();
     g.buttonLoad.store(&load, std::memory_order_release);
     g.heartbeatRunning.store(false, std::memory_order_relaxed);

@@ -32,10 +32,8 @@
 
 namespace OrbPerix {
 
-// The input kind for SessionOps.
+// The input kind's store and flag (its SessionKind record is in input_provider.cpp).
 struct InputKind {
-    static constexpr char kScopePrefix[] = "OrbPerix::InputProvider::";
-    static constexpr char kInitializeFirst[] = "Please initialize InputProvider first";
     static SessionStore& Sessions() noexcept;
     static bool Initialized() noexcept;  // heartbeatRunning
 };
@@ -131,7 +129,7 @@ private:
     // Stops this provider's own heartbeat thread (not the process-wide flag) and joins it.
     void StopOwnHeartbeat() noexcept;
 
-    SessionOps<InputKind> ops_;
+    SessionOps ops_;
     std::thread heartbeat_;
     std::shared_ptr<HeartbeatControl> heartbeatControl_;
 };

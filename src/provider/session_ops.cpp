@@ -1,6 +1,6 @@
-// Member definitions of SessionOps<Kind>; included by session_ops.h only.
-#ifndef ORBPERIX_SRC_PROVIDER_SESSION_OPS_IMPL_H_
-#define ORBPERIX_SRC_PROVIDER_SESSION_OPS_IMPL_H_
+// The connection and services code that the input and source providers share, written once;
+// the kind it serves is data (SessionKind).
+#include "provider/session_ops.h"
 
 #include <new>
 #include <string_view>
@@ -10,21 +10,11 @@
 #include "provider/owned_bytes.h"
 #include "util/result.h"
 
-// Defines the calling operation's log scope: Kind's prefix followed by `name`.
-#define ORBPERIX_KIND_SCOPE(name)                                               \
-    static constexpr auto kScopeText = JoinScope(Kind::kScopePrefix, name); \
-    const char* const kScope = kScopeText.data()
-
 namespace OrbPerix {
 
-template <typename Kind>
-const PerixEngineListener SessionOps<Kind>::kEngineListener = {
-    &SessionOps<Kind>::OnDeviceChange, &SessionOps<Kind>::OnDeviceServiceChange,
-    &SessionOps<Kind>::OnDataReceive};
 
-template <typename Kind>
-int SessionOps<Kind>::ConnectDevice(PERIXInfo* deviceInfo) {
-    ORBPERIX_KIND_SCOPE("ConnectDevice");
+int SessionOps::ConnectDevice(PERIXInfo* deviceInfo) {
+    const char* const kScope = kind_.scopes.connectDevice;
     if (CheckPerixInfo(deviceInfo) != 0) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "Invalid para: deviceInfo is invalid");
         return kInvalidArgument;
@@ -32,7 +22,7 @@ int SessionOps<Kind>::ConnectDevice(PERIXInfo* deviceInfo) {
     const std::string_view peer = PeerDeviceId(*deviceInfo);
     SessionFacts facts;
     // The lease keeps the handle from being released while the engine starts the service.
-    SessionStore::Lease session = Kind::Sessions().Acquire(peer, &facts);
+    SessionStore::Lease session = kind_.sessions().Acquire(peer, &facts);
     if (!session) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "connInfo is null, Please RegisterPERIXListener first");
         return kWrongState;
@@ -48,7 +38,7 @@ int SessionOps<Kind>::ConnectDevice(PERIXInfo* deviceInfo) {
         return started;
     }
     const int copied =
-        Kind::Sessions().MarkConnected(peer, session.Handle(), deviceInfo->serverPort,
+        kind_.sessions().MarkConnected(peer, session.Handle(), deviceInfo->serverPort,
                                        deviceInfo->sessionKey, sizeof(deviceInfo->sessionKey));
     if (copied == SessionStore::kSessionGone) {
         // The peer was disconnected while the engine started it.
@@ -63,29 +53,27 @@ int SessionOps<Kind>::ConnectDevice(PERIXInfo* deviceInfo) {
     return 0;
 }
 
-template <typename Kind>
-int SessionOps<Kind>::DisconnectDevice(PERIXInfo* deviceInfo) {
-    ORBPERIX_KIND_SCOPE("DisconnectDevice");
+int SessionOps::DisconnectDevice(PERIXInfo* deviceInfo) {
+    const char* const kScope = kind_.scopes.disconnectDevice;
     if (deviceInfo == nullptr) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "Invalid para: deviceInfo Invalid");
         return kInvalidArgument;
     }
     // Out of the store at once, so that nothing new can use the handle; it is released with no
     // lock held (now, or by the engine call still using it when that call ends).
-    if (!Kind::Sessions().Remove(PeerDeviceId(*deviceInfo))) {
+    if (!kind_.sessions().Remove(PeerDeviceId(*deviceInfo))) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "DisconnectDevice, device not connected.");
         return kWrongState;
     }
     return 0;
 }
 
-template <typename Kind>
-int SessionOps<Kind>::RegisterPERIXListenerSteps(PERIXInfo* deviceInfo,
-                                                 ProviderListener* listener,
-                                                 const HostRoute& route) {
-    ORBPERIX_KIND_SCOPE("RegisterPERIXListener");
-    if (!Kind::Initialized() || listener == nullptr) {
-        log::Trace(LOG_MESSAGE_ERROR, kScope, Kind::kInitializeFirst);
+int SessionOps::RegisterPERIXListenerSteps(PERIXInfo* deviceInfo,
+                                           ProviderListener* listener,
+                                           const HostRoute& route) {
+    const char* const kScope = kind_.scopes.registerPERIXListener;
+    if (!kind_.initialized() || listener == nullptr) {
+        log::Trace(LOG_MESSAGE_ERROR, kScope, kind_.initializeFirst);
         return kWrongState;
     }
     void* handle = nullptr;
@@ -98,10 +86,10 @@ int SessionOps<Kind>::RegisterPERIXListenerSteps(PERIXInfo* deviceInfo,
         log::Trace(LOG_MESSAGE_ERROR, kScope, "CreateServiceHandler fail");
         return kUnavailable;
     }
-    SessionStore::Lease session = Kind::Sessions().Acquire(PeerDeviceId(*deviceInfo));
+    SessionStore::Lease session = kind_.sessions().Acquire(PeerDeviceId(*deviceInfo));
     const int registered =
         session ? engine::Call(session.Load(), session.Load().main.PERIXRegisterListener,
-                               session.Handle(), &kEngineListener)
+                               session.Handle(), &kind_.engineListener)
                 : kEngineNotAvailable;  // disconnected meanwhile by another thread
     if (registered != 0) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "RegisterPERIXListener failed: ", registered);
@@ -110,10 +98,9 @@ int SessionOps<Kind>::RegisterPERIXListenerSteps(PERIXInfo* deviceInfo,
     return 0;
 }
 
-template <typename Kind>
-int SessionOps<Kind>::CreateServiceHandler(PERIXInfo* deviceInfo, ProviderListener* listener,
-                                           const HostRoute& route, void** out) {
-    ORBPERIX_KIND_SCOPE("CreateServiceHandler");
+int SessionOps::CreateServiceHandler(PERIXInfo* deviceInfo, ProviderListener* listener,
+                                     const HostRoute& route, void** out) {
+    const char* const kScope = kind_.scopes.createServiceHandler;
     if (CheckPerixInfo(deviceInfo) != 0) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "Invalid para: deviceInfo is invalid");
         return kInvalidArgument;
@@ -125,7 +112,7 @@ int SessionOps<Kind>::CreateServiceHandler(PERIXInfo* deviceInfo, ProviderListen
     const std::string_view peer = PeerDeviceId(*deviceInfo);
     // The key is taken before the engine is asked, so that two registrations of one peer
     // cannot both create a handle, and the record exists before the handle does.
-    switch (Kind::Sessions().Reserve(peer)) {
+    switch (kind_.sessions().Reserve(peer)) {
         case SessionStore::Reservation::kReserved:
             break;
         case SessionStore::Reservation::kExists:
@@ -138,12 +125,12 @@ int SessionOps<Kind>::CreateServiceHandler(PERIXInfo* deviceInfo, ProviderListen
     void* handle = engine::Call(load_, load_.main.PERIXCreateServiceHandle, deviceInfo);
     serviceHandle_.store(handle, std::memory_order_relaxed);
     if (handle == nullptr) {
-        Kind::Sessions().Abandon(peer);
+        kind_.sessions().Abandon(peer);
         log::Trace(LOG_MESSAGE_ERROR, kScope, "PERIXCreateServiceHandle fail");
         return kUnavailable;
     }
     const ProviderListener entries = listener != nullptr ? *listener : ProviderListener{};
-    if (!Kind::Sessions().Complete(peer, handle, load_, entries, route)) {
+    if (!kind_.sessions().Complete(peer, handle, load_, entries, route)) {
         // Disconnected while the engine created the handle: nobody else will release it.
         engine::Call(load_, load_.main.PERIXReleaseServiceHandle, handle, nullptr, nullptr);
         log::Trace(LOG_MESSAGE_ERROR, kScope,
@@ -154,12 +141,11 @@ int SessionOps<Kind>::CreateServiceHandler(PERIXInfo* deviceInfo, ProviderListen
     return 0;
 }
 
-template <typename Kind>
-int SessionOps<Kind>::UnRegisterListener(PERIXInfo* deviceInfo) {
-    ORBPERIX_KIND_SCOPE("UnRegisterListener");
+int SessionOps::UnRegisterListener(PERIXInfo* deviceInfo) {
+    const char* const kScope = kind_.scopes.unRegisterListener;
     SessionStore::Lease session;
     if (deviceInfo != nullptr) {
-        session = Kind::Sessions().Acquire(PeerDeviceId(*deviceInfo));
+        session = kind_.sessions().Acquire(PeerDeviceId(*deviceInfo));
     }
     if (!session) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "connInfo is null, Please RegisterPERIXListener first");
@@ -169,15 +155,14 @@ int SessionOps<Kind>::UnRegisterListener(PERIXInfo* deviceInfo) {
                         session.Handle());
 }
 
-template <typename Kind>
-int SessionOps<Kind>::RegisterDataListener(const std::string* deviceId, uint32_t type,
-                                           void* callback) {
-    ORBPERIX_KIND_SCOPE("RegisterDataListener");
+int SessionOps::RegisterDataListener(const std::string* deviceId, uint32_t type,
+                                     void* callback) {
+    const char* const kScope = kind_.scopes.registerDataListener;
     if (deviceId == nullptr) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "RegisterDataListener device is null");
         return kInvalidArgument;
     }
-    SessionStore::Lease session = Kind::Sessions().Acquire(*deviceId);
+    SessionStore::Lease session = kind_.sessions().Acquire(*deviceId);
     if (!session) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "serviceHandler is null, please ConnectDevice first.");
         return kWrongState;
@@ -188,14 +173,13 @@ int SessionOps<Kind>::RegisterDataListener(const std::string* deviceId, uint32_t
     return 0;
 }
 
-template <typename Kind>
-int SessionOps<Kind>::UnRegisterDataListener(const std::string* deviceId, uint32_t /*type*/) {
-    ORBPERIX_KIND_SCOPE("UnRegisterDataListener");
+int SessionOps::UnRegisterDataListener(const std::string* deviceId, uint32_t /*type*/) {
+    const char* const kScope = kind_.scopes.unRegisterDataListener;
     if (deviceId == nullptr) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "UnRegisterDataListener device is null");
         return kInvalidArgument;
     }
-    if (!Kind::Sessions().HasHandle(*deviceId)) {
+    if (!kind_.sessions().HasHandle(*deviceId)) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "serviceHandler is null, please ConnectDevice first.");
         return kWrongState;
     }
@@ -203,14 +187,13 @@ int SessionOps<Kind>::UnRegisterDataListener(const std::string* deviceId, uint32
     return 0;
 }
 
-template <typename Kind>
-void SessionOps<Kind>::SendBinaryData(const std::string* deviceId, BinaryData* data) {
-    ORBPERIX_KIND_SCOPE("SendBinaryData");
+void SessionOps::SendBinaryData(const std::string* deviceId, BinaryData* data) {
+    const char* const kScope = kind_.scopes.sendBinaryData;
     if (deviceId == nullptr || data == nullptr || data->data == nullptr) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "SendBinaryData param invalid");
         return;
     }
-    SessionStore::Lease session = Kind::Sessions().Acquire(*deviceId);
+    SessionStore::Lease session = kind_.sessions().Acquire(*deviceId);
     if (!session) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "serviceHandler is null, please ConnectDevice first.");
         return;
@@ -235,26 +218,23 @@ void SessionOps<Kind>::SendBinaryData(const std::string* deviceId, BinaryData* d
                  &copy);
 }
 
-template <typename Kind>
-int SessionOps<Kind>::SendData(const std::string* deviceId, BinaryData* data) {
+int SessionOps::SendData(const std::string* deviceId, BinaryData* data) {
     SendBinaryData(deviceId, data);
     return 0;
 }
 
-template <typename Kind>
-int SessionOps<Kind>::SendDataNoResult(const std::string* deviceId, BinaryData* data) {
+int SessionOps::SendDataNoResult(const std::string* deviceId, BinaryData* data) {
     SendBinaryData(deviceId, data);
     return 0;
 }
 
-template <typename Kind>
-int SessionOps<Kind>::StartDeviceService(ServiceInfo* service, void* /*reserved*/) {
-    ORBPERIX_KIND_SCOPE("StartDeviceService");
+int SessionOps::StartDeviceService(ServiceInfo* service, void* /*reserved*/) {
+    const char* const kScope = kind_.scopes.startDeviceService;
     if (service == nullptr || service->deviceId.empty()) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "StartDeviceService failed,service or deviceId is null.");
         return kInvalidArgument;
     }
-    SessionStore::Lease session = Kind::Sessions().Acquire(service->deviceId);
+    SessionStore::Lease session = kind_.sessions().Acquire(service->deviceId);
     if (!session) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "StartDeviceService failed,serviceHandler is null.");
         return kWrongState;
@@ -271,13 +251,12 @@ int SessionOps<Kind>::StartDeviceService(ServiceInfo* service, void* /*reserved*
     return engine::Call(load, load.main.PERIXEnableVirtualService, session.Handle(), &record, 0u);
 }
 
-template <typename Kind>
-int SessionOps<Kind>::StopDeviceService(ServiceInfo* service) {
-    ORBPERIX_KIND_SCOPE("StopDeviceService");
+int SessionOps::StopDeviceService(ServiceInfo* service) {
+    const char* const kScope = kind_.scopes.stopDeviceService;
     if (service == nullptr || service->deviceId.empty()) {
         return kInvalidArgument;
     }
-    SessionStore::Lease session = Kind::Sessions().Acquire(service->deviceId);
+    SessionStore::Lease session = kind_.sessions().Acquire(service->deviceId);
     if (!session) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "serviceHandler is null, Please Connect device first.");
         return kWrongState;
@@ -296,11 +275,10 @@ int SessionOps<Kind>::StopDeviceService(ServiceInfo* service) {
     return engine::Call(load, load.main.PERIXRemoveVirtualService, session.Handle(), &record);
 }
 
-template <typename Kind>
-void SessionOps<Kind>::RegisterEventCallback(const std::string& deviceId, uint32_t type,
-                                             void* callback) {
-    ORBPERIX_KIND_SCOPE("RegisterEventCallback");
-    SessionStore::Lease session = Kind::Sessions().Acquire(deviceId);
+void SessionOps::RegisterEventCallback(const std::string& deviceId, uint32_t type,
+                                       void* callback) {
+    const char* const kScope = kind_.scopes.registerEventCallback;
+    SessionStore::Lease session = kind_.sessions().Acquire(deviceId);
     if (!session) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "RegisterEventCallback failed, Please Connect device first.");
         return;
@@ -309,12 +287,11 @@ void SessionOps<Kind>::RegisterEventCallback(const std::string& deviceId, uint32
                  type, callback);
 }
 
-template <typename Kind>
-int SessionOps<Kind>::SendByHandler(void* a, void* b, void* c) {
+int SessionOps::SendByHandler(void* a, void* b, void* c) {
     // The most recently created handle, while its session lives; once it has been released
     // the engine gets a null handle, as before any handle was created.
     SessionStore::Lease session =
-        Kind::Sessions().AcquireByHandle(serviceHandle_.load(std::memory_order_relaxed));
+        kind_.sessions().AcquireByHandle(serviceHandle_.load(std::memory_order_relaxed));
     if (session) {
         return engine::Call(session.Load(), session.Load().main.PERIXPassThrough,
                             session.Handle(), a, b, c);
@@ -322,30 +299,8 @@ int SessionOps<Kind>::SendByHandler(void* a, void* b, void* c) {
     return engine::Call(load_, load_.main.PERIXPassThrough, static_cast<void*>(nullptr), a, b, c);
 }
 
-template <typename Kind>
-void SessionOps<Kind>::TearDownSessions() noexcept {
-    Kind::Sessions().RemoveAll();
-}
-
-template <typename Kind>
-void SessionOps<Kind>::OnDeviceChange(void* handle, const void* notify) noexcept {
-    ForwardDeviceChange(Kind::Sessions(), handle,
-                        static_cast<const PerixDeviceChangeNotify*>(notify));
-}
-
-template <typename Kind>
-void SessionOps<Kind>::OnDeviceServiceChange(void* handle, const void* notify) noexcept {
-    ForwardServiceChange(Kind::Sessions(), handle,
-                         static_cast<const PerixServiceChangeNotify*>(notify));
-}
-
-template <typename Kind>
-void SessionOps<Kind>::OnDataReceive(void* handle, const void* data) noexcept {
-    ForwardDataReceive(Kind::Sessions(), handle, static_cast<const BinaryData*>(data));
+void SessionOps::TearDownSessions() noexcept {
+    kind_.sessions().RemoveAll();
 }
 
 }  // namespace OrbPerix
-
-#undef ORBPERIX_KIND_SCOPE
-
-#endif  // ORBPERIX_SRC_PROVIDER_SESSION_OPS_IMPL_H_
