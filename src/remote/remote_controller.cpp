@@ -53,6 +53,27 @@ bool CodeForAction(uint32_t action, const uint8_t (&codes)[N], uint8_t* code) {
     return true;
 }
 
+// The opening every encoder shares: its arguments present with room enough, then the wire code
+// of its action. Each refusal is one line under the encoder's scope, "<encoder>, param not
+// valid" or "<encoder>, unknown type" (the encoder's name is the end of its scope).
+constexpr size_t kEncoderScopePrefixLength = sizeof("RemoteUtil::RemoteController::") - 1;
+
+bool Refuse(const char* scope, const char* what) {
+    Trace(LOG_MESSAGE_ERROR, scope, scope + kEncoderScopePrefixLength, what);
+    return false;
+}
+
+bool ArgumentsFit(const char* scope, const RemoteCtrlEvent* event, const uint8_t* body,
+                  bool roomEnough) {
+    return (event != nullptr && body != nullptr && roomEnough) ||
+           Refuse(scope, ", param not valid");
+}
+
+template <size_t N>
+bool ActionCode(const char* scope, uint32_t action, const uint8_t (&codes)[N], uint8_t* code) {
+    return CodeForAction(action, codes, code) || Refuse(scope, ", unknown type");
+}
+
 // A touch declares up to 255 pointers while its arrays hold 10: pointer i is read from the
 // payload's bytes at the offset it would have if the arrays were longer, which is what hosts
 // of the wire format rely on. The exported sender passes at most 255 - 10 body bytes, and a
@@ -226,8 +247,7 @@ int RemoteController::ConstructTouchEvent(const RemoteCtrlEvent* event, uint8_t*
     }
     static constexpr uint8_t kCodes[] = {14, 15, 2};
     uint8_t code = 0;
-    if (!CodeForAction(touch.action, kCodes, &code)) {
-        Trace(LOG_MESSAGE_ERROR, kTouchScope, "ConstructTouchEvent, unknown type");
+    if (!ActionCode(kTouchScope, touch.action, kCodes, &code)) {
         return OrbPerix::kEncodeFailed;
     }
     body[0] = code;
@@ -255,15 +275,13 @@ int RemoteController::ConstructTouchEvent(const RemoteCtrlEvent* event, uint8_t*
 
 int RemoteController::ConstructKeyEvent(const RemoteCtrlEvent* event, uint8_t* body,
                                         uint16_t bodyCapacity) const {
-    if (event == nullptr || body == nullptr || bodyCapacity <= 12) {
-        Trace(LOG_MESSAGE_ERROR, kKeyScope, "ConstructKeyEvent, param not valid");
+    if (!ArgumentsFit(kKeyScope, event, body, bodyCapacity > 12)) {
         return OrbPerix::kEncodeFailed;
     }
     const RemoteKeyEvent& key = event->payload.key;
     static constexpr uint8_t kCodes[] = {3, 4};
     uint8_t code = 0;
-    if (!CodeForAction(key.action, kCodes, &code)) {
-        Trace(LOG_MESSAGE_ERROR, kKeyScope, "ConstructKeyEvent, unknown type");
+    if (!ActionCode(kKeyScope, key.action, kCodes, &code)) {
         return OrbPerix::kEncodeFailed;
     }
     body[0] = code;
@@ -277,8 +295,7 @@ int RemoteController::ConstructKeyEvent(const RemoteCtrlEvent* event, uint8_t* b
 
 int RemoteController::ConstructZoomEvent(const RemoteCtrlEvent* event, uint8_t* body,
                                          uint16_t bodyCapacity) const {
-    if (event == nullptr || body == nullptr || bodyCapacity <= 9) {
-        Trace(LOG_MESSAGE_ERROR, kZoomScope, "ConstructZoomEvent, param not valid");
+    if (!ArgumentsFit(kZoomScope, event, body, bodyCapacity > 9)) {
         return OrbPerix::kEncodeFailed;
     }
     const RemoteZoomEvent& zoom = event->payload.zoom;
@@ -292,15 +309,13 @@ int RemoteController::ConstructZoomEvent(const RemoteCtrlEvent* event, uint8_t* 
 
 int RemoteController::ConstructScrollEvent(const RemoteCtrlEvent* event, uint8_t* body,
                                            uint16_t bodyCapacity) const {
-    if (event == nullptr || body == nullptr || bodyCapacity <= 5) {
-        Trace(LOG_MESSAGE_ERROR, kScrollScope, "ConstructScrollEvent, param not valid");
+    if (!ArgumentsFit(kScrollScope, event, body, bodyCapacity > 5)) {
         return OrbPerix::kEncodeFailed;
     }
     const RemoteScrollEvent& scroll = event->payload.scroll;
     static constexpr uint8_t kCodes[] = {6, 7};
     uint8_t code = 0;
-    if (!CodeForAction(scroll.action, kCodes, &code)) {
-        Trace(LOG_MESSAGE_ERROR, kScrollScope, "ConstructScrollEvent, unknown type");
+    if (!ActionCode(kScrollScope, scroll.action, kCodes, &code)) {
         return OrbPerix::kEncodeFailed;
     }
     body[0] = code;
@@ -311,15 +326,13 @@ int RemoteController::ConstructScrollEvent(const RemoteCtrlEvent* event, uint8_t
 
 int RemoteController::ConstructMouseEvent(const RemoteCtrlEvent* event, uint8_t* body,
                                           uint16_t bodyCapacity) const {
-    if (event == nullptr || body == nullptr || bodyCapacity <= 12) {
-        Trace(LOG_MESSAGE_ERROR, kMouseScope, "ConstructMouseEvent, param not valid");
+    if (!ArgumentsFit(kMouseScope, event, body, bodyCapacity > 12)) {
         return OrbPerix::kEncodeFailed;
     }
     const RemoteMouseEvent& mouse = event->payload.mouse;
     static constexpr uint8_t kCodes[] = {14, 15, 16};
     uint8_t code = 0;
-    if (!CodeForAction(mouse.action, kCodes, &code)) {
-        Trace(LOG_MESSAGE_ERROR, kMouseScope, "ConstructMouseEvent, unknown type");
+    if (!ActionCode(kMouseScope, mouse.action, kCodes, &code)) {
         return OrbPerix::kEncodeFailed;
     }
     body[0] = code;
@@ -376,8 +389,7 @@ int RemoteController::ConstructInputContentEvent(const RemoteInputEvent& input, 
 
 int RemoteController::ConstructInputFocusEvent(const RemoteCtrlEvent* event, uint8_t* body,
                                                uint16_t bodyCapacity) const {
-    if (event == nullptr || body == nullptr || bodyCapacity <= 12) {
-        Trace(LOG_MESSAGE_ERROR, kFocusScope, "ConstructInputFocusEvent, param not valid");
+    if (!ArgumentsFit(kFocusScope, event, body, bodyCapacity > 12)) {
         return OrbPerix::kEncodeFailed;
     }
     const RemoteInputFocus& focus = event->payload.input.focus;
@@ -392,15 +404,13 @@ int RemoteController::ConstructInputFocusEvent(const RemoteCtrlEvent* event, uin
 
 int RemoteController::ConstructWheelEvent(const RemoteCtrlEvent* event, uint8_t* body,
                                           uint16_t bodyCapacity) const {
-    if (event == nullptr || body == nullptr || bodyCapacity <= 10) {
-        Trace(LOG_MESSAGE_ERROR, kWheelScope, "ConstructWheelEvent, param not valid");
+    if (!ArgumentsFit(kWheelScope, event, body, bodyCapacity > 10)) {
         return OrbPerix::kEncodeFailed;
     }
     const RemoteWheelEvent& wheel = event->payload.wheel;
     static constexpr uint8_t kCodes[] = {12, 13};
     uint8_t code = 0;
-    if (!CodeForAction(wheel.action, kCodes, &code)) {
-        Trace(LOG_MESSAGE_ERROR, kWheelScope, "ConstructWheelEvent, unknown type");
+    if (!ActionCode(kWheelScope, wheel.action, kCodes, &code)) {
         return OrbPerix::kEncodeFailed;
     }
     body[0] = code;
@@ -415,8 +425,7 @@ int RemoteController::ConstructWheelEvent(const RemoteCtrlEvent* event, uint8_t*
 
 int RemoteController::ConstructVirtualKeyEvent(const RemoteCtrlEvent* event, uint8_t* body,
                                                uint16_t bodyCapacity) const {
-    if (event == nullptr || body == nullptr || bodyCapacity <= 7) {
-        Trace(LOG_MESSAGE_ERROR, kVirtualKeyScope, "ConstructVirtualKeyEvent, param not valid");
+    if (!ArgumentsFit(kVirtualKeyScope, event, body, bodyCapacity > 7)) {
         return OrbPerix::kEncodeFailed;
     }
     const RemoteVirtualKeyEvent& virtualKey = event->payload.virtualKey;
@@ -451,8 +460,7 @@ int RemoteController::ConstructMessageEvent(const RemoteCtrlEvent* event, uint8_
     }
     static constexpr uint8_t kCodes[] = {6, 7};
     uint8_t code = 0;
-    if (!CodeForAction(message.action, kCodes, &code)) {
-        Trace(LOG_MESSAGE_ERROR, kMessageScope, "ConstructMessageEvent, unknown type");
+    if (!ActionCode(kMessageScope, message.action, kCodes, &code)) {
         return OrbPerix::kEncodeFailed;
     }
     body[0] = code;
