@@ -10,6 +10,7 @@
 #include "capi/capi_common.h"
 #include "provider/input_provider.h"
 #include "provider/source_provider.h"
+#include "remote/event_kind.h"
 
 namespace OrbPerix {
 namespace capi {
@@ -34,14 +35,14 @@ struct ConcreteOf<ISourceProvider> {
 size_t RemoteEventBytes(uint32_t type) noexcept {
     constexpr size_t kHeader = offsetof(RemoteCtrlEvent, payload);
     switch (type) {
-        case 0: return kHeader + sizeof(RemoteTouchEvent);
-        case 1: return kHeader + sizeof(RemoteKeyEvent);
-        case 2: return kHeader + sizeof(RemoteZoomEvent);
-        case 3: return kHeader + sizeof(RemoteScrollEvent);
-        case 6: return kHeader + sizeof(RemoteMouseEvent);
-        case 8: return kHeader + sizeof(RemoteWheelEvent);
-        case 9: return kHeader + sizeof(RemoteVirtualKeyEvent);
-        case 10: return kHeader + sizeof(RemoteMessageEvent);
+        case event_kind::kTouch: return kHeader + sizeof(RemoteTouchEvent);
+        case event_kind::kKey: return kHeader + sizeof(RemoteKeyEvent);
+        case event_kind::kZoom: return kHeader + sizeof(RemoteZoomEvent);
+        case event_kind::kScroll: return kHeader + sizeof(RemoteScrollEvent);
+        case event_kind::kMouse: return kHeader + sizeof(RemoteMouseEvent);
+        case event_kind::kWheel: return kHeader + sizeof(RemoteWheelEvent);
+        case event_kind::kVirtualKey: return kHeader + sizeof(RemoteVirtualKeyEvent);
+        case event_kind::kMessage: return kHeader + sizeof(RemoteMessageEvent);
         default: return sizeof(RemoteCtrlEvent);
     }
 }

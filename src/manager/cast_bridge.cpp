@@ -9,7 +9,7 @@ namespace OrbPerix {
 
 int PERIXProviderManager::InitCastEngine(std::shared_ptr<ICastServiceListener> listener) {
     try {
-        // 1 for success: the casting engine's convention, kept for existing hosts.
+        // 1 for success, 0 for failure: the casting engine's convention, not ours.
         return CastSessionManager::GetInstance().Init(listener) ? 1 : 0;
     } catch (...) {
         return 0;

@@ -4,6 +4,7 @@
 
 #include "platform/platform.h"
 #include "util/no_destructor.h"
+#include "util/result.h"
 
 namespace OrbPerix {
 namespace engine_location {
@@ -29,7 +30,7 @@ int Set(const char* path) noexcept {
         state.hostPath.swap(copy);
         return 0;
     } catch (...) {
-        return -3;
+        return kNoMemory;
     }
 }
 

@@ -13,6 +13,7 @@
 #include "orbperix/manager.h"
 #include "platform/platform.h"
 #include "util/no_destructor.h"
+#include "util/result.h"
 
 namespace OrbPerix {
 namespace {
@@ -67,7 +68,7 @@ int PERIXProviderManager::LoadPerixLibrary() {
         hostLocation = engine_location::Get(&location);
     } catch (...) {
         log::Manager(LOG_MESSAGE_ERROR, kLoadScope, "engine location: out of memory");
-        return -3;
+        return kNoMemory;
     }
     platform::LoadStep step;
     if (hostLocation) {
@@ -83,39 +84,65 @@ int PERIXProviderManager::LoadPerixLibrary() {
             return 0;
         case platform::LoadStep::kModuleFileName:
             log::Manager(LOG_MESSAGE_ERROR, kLoadScope, "GetModuleFileName failed");
-            return -13;
+            return kUnavailable;
         case platform::LoadStep::kRemoveFileSpec:
             log::Manager(LOG_MESSAGE_ERROR, kLoadScope, "PathRemoveFileSpec failed");
-            return -13;
+            return kUnavailable;
         case platform::LoadStep::kPathAppend:
             log::Manager(LOG_MESSAGE_ERROR, kLoadScope, "PathAppend failed");
-            return -13;
+            return kUnavailable;
         case platform::LoadStep::kLoadLibrary:
             break;
     }
     module = nullptr;
     log::Manager(LOG_MESSAGE_ERROR, kLoadScope, "LoadLibrary failed");
-    return -13;
+    return kUnavailable;
 }
 
+// Resolves the engine's four getters, then lets each fill its table, in this order. Called by
+// Initialize only, with the module loaded.
 int PERIXProviderManager::GetPerixHandlerFunc() {
-    if (!ResolveGetter(module, "PERIXGetOrbPERIXHandler", &perixHandlerFun)) {
-        log::Manager(LOG_MESSAGE_ERROR, kResolveScope, "perixHandlerFun is nullptr");
-        return -13;
+    using M = PERIXProviderManager;
+    struct Getter {
+        const char* exportName;
+        const char* name;  // the member that holds it, as the log lines name it
+        bool logsRefusal;  // the refresh getter's refusal has no line of its own
+        bool (*resolve)(M& m, const char* exportName);
+        int (*fill)(M& m);
+    };
+    static const Getter kGetters[] = {
+        {"PERIXGetOrbPERIXHandler", "perixHandlerFun", true,
+         [](M& m, const char* e) { return ResolveGetter(m.module, e, &m.perixHandlerFun); },
+         [](M& m) { return m.perixHandlerFun(&m.orbPerixHandler); }},
+        {"PERIXGetButtonHandlerSource", "buttonHandlerFun", true,
+         [](M& m, const char* e) { return ResolveGetter(m.module, e, &m.buttonHandlerFun); },
+         [](M& m) { return m.buttonHandlerFun(&m.buttonHandlerSource); }},
+        {"PERIXGetAudioHandlerSource", "audioHandlerFun", true,
+         [](M& m, const char* e) { return ResolveGetter(m.module, e, &m.audioHandlerFun); },
+         [](M& m) { return m.audioHandlerFun(&m.audioHandlerSource); }},
+        {"PERIXGetRefreshHandlerSource", "partialRefreshHandlerFun", false,
+         [](M& m, const char* e) {
+             return ResolveGetter(m.module, e, &m.partialRefreshHandlerFun);
+         },
+         [](M& m) { return m.partialRefreshHandlerFun(&m.refreshHandlerSource); }},
+    };
+    for (const Getter& getter : kGetters) {
+        if (!getter.resolve(*this, getter.exportName)) {
+            log::Manager(LOG_MESSAGE_ERROR, kResolveScope, getter.name, " is nullptr");
+            return kUnavailable;
+        }
     }
-    if (!ResolveGetter(module, "PERIXGetButtonHandlerSource", &buttonHandlerFun)) {
-        log::Manager(LOG_MESSAGE_ERROR, kResolveScope, "buttonHandlerFun is nullptr");
-        return -13;
+    for (const Getter& getter : kGetters) {
+        const int result = getter.fill(*this);
+        if (result != 0) {
+            if (getter.logsRefusal) {
+                log::Manager(LOG_MESSAGE_ERROR, kInitializeScope, getter.name,
+                             " failed with ret ", result);
+            }
+            return result;
+        }
     }
-    if (!ResolveGetter(module, "PERIXGetAudioHandlerSource", &audioHandlerFun)) {
-        log::Manager(LOG_MESSAGE_ERROR, kResolveScope, "audioHandlerFun is nullptr");
-        return -13;
-    }
-    if (!ResolveGetter(module, "PERIXGetRefreshHandlerSource", &partialRefreshHandlerFun)) {
-        log::Manager(LOG_MESSAGE_ERROR, kResolveScope, "partialRefreshHandlerFun is nullptr");
-        return -13;
-    }
-    return 0;
+    return kOk;
 }
 
 int PERIXProviderManager::Initialize(tagPERIXLogFuncGroup* logFuncs, std::string initText) {
@@ -124,13 +151,13 @@ int PERIXProviderManager::Initialize(tagPERIXLogFuncGroup* logFuncs, std::string
     if (isInitialized) {
         log::Manager(LOG_MESSAGE_ERROR, kInitializeScope,
                      "PERIXProviderManager already Initalized.");
-        return -4;
+        return kWrongState;
     }
     // The record the engine's tables will be published in, taken before the engine is touched
     // so that a successful initialisation cannot fail afterwards.
     if (!engine::Reserve()) {
         log::Manager(LOG_MESSAGE_ERROR, kInitializeScope, "PERIXProviderManager Initalize failed: out of memory");
-        return -3;
+        return kNoMemory;
     }
     int result = LoadPerixLibrary();
     if (result != 0) {
@@ -140,33 +167,10 @@ int PERIXProviderManager::Initialize(tagPERIXLogFuncGroup* logFuncs, std::string
     if (result != 0) {
         return result;
     }
-    result = perixHandlerFun(&orbPerixHandler);
-    if (result != 0) {
-        log::Manager(LOG_MESSAGE_ERROR, kInitializeScope, "perixHandlerFun failed with ret ",
-                     result);
-        return result;
-    }
-    result = buttonHandlerFun(&buttonHandlerSource);
-    if (result != 0) {
-        log::Manager(LOG_MESSAGE_ERROR, kInitializeScope, "buttonHandlerFun failed with ret ",
-                     result);
-        return result;
-    }
-    result = audioHandlerFun(&audioHandlerSource);
-    if (result != 0) {
-        log::Manager(LOG_MESSAGE_ERROR, kInitializeScope, "audioHandlerFun failed with ret ",
-                     result);
-        return result;
-    }
-    result = partialRefreshHandlerFun(&refreshHandlerSource);
-    if (result != 0) {
-        // Deliberately silent: hosts have always seen only the begin line for this failure.
-        return result;
-    }
     // A getter that reports success but leaves an entry empty would crash us here.
     if (orbPerixHandler.PERIXLogRegister == nullptr || orbPerixHandler.PERIXInitial == nullptr) {
         log::Manager(LOG_MESSAGE_ERROR, kInitializeScope, "perixHandlerFun failed with ret ", -13);
-        return -13;
+        return kUnavailable;
     }
     result = orbPerixHandler.PERIXLogRegister(logFuncs);
     if (result != 0) {

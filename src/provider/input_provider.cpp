@@ -1,5 +1,5 @@
 // InputProvider: construction, life cycle and the connection operations, which are the shared
-// SessionOps code instantiated for the input kind.
+// SessionOps code run for the input kind.
 #include "provider/input_provider.h"
 
 #include <new>
@@ -7,7 +7,9 @@
 
 #include "log/log.h"
 #include "platform/platform.h"
+#include "util/elapsed.h"
 #include "util/no_destructor.h"
+#include "util/result.h"
 
 namespace OrbPerix {
 
@@ -37,7 +39,40 @@ bool InputKind::Initialized() noexcept {
     return InputGlobals().heartbeatRunning.load(std::memory_order_relaxed);
 }
 
-InputProvider::InputProvider(const EngineLoad& load) : ops_(load) {
+namespace {
+// The engine's three general callbacks for this kind (engine threads).
+void OnInputDeviceChange(void* handle, const void* notify) noexcept {
+    ForwardDeviceChange(InputKind::Sessions(), handle,
+                        static_cast<const PerixDeviceChangeNotify*>(notify));
+}
+void OnInputServiceChange(void* handle, const void* notify) noexcept {
+    ForwardServiceChange(InputKind::Sessions(), handle,
+                         static_cast<const PerixServiceChangeNotify*>(notify));
+}
+void OnInputDataReceive(void* handle, const void* data) noexcept {
+    ForwardDataReceive(InputKind::Sessions(), handle, static_cast<const BinaryData*>(data));
+}
+
+// The input kind for the shared session code; its engine listener record is kept by the engine.
+const SessionKind kInputSessionKind = {
+    &InputKind::Sessions,
+    &InputKind::Initialized,
+    "Please initialize InputProvider first",
+    {&OnInputDeviceChange, &OnInputServiceChange, &OnInputDataReceive},
+    {"OrbPerix::InputProvider::ConnectDevice",
+     "OrbPerix::InputProvider::CreateServiceHandler",
+     "OrbPerix::InputProvider::DisconnectDevice",
+     "OrbPerix::InputProvider::RegisterDataListener",
+     "OrbPerix::InputProvider::RegisterEventCallback",
+     "OrbPerix::InputProvider::RegisterPERIXListener",
+     "OrbPerix::InputProvider::SendBinaryData",
+     "OrbPerix::InputProvider::StartDeviceService",
+     "OrbPerix::InputProvider::StopDeviceService",
+     "OrbPerix::InputProvider::UnRegisterDataListener",
+     "OrbPerix::InputProvider::UnRegisterListener"}};
+}  // namespace
+
+InputProvider::InputProvider(const EngineLoad& load) : ops_(kInputSessionKind, load) {
     InputState& g = InputGlobals();
     g.buttonLoad.store(&load, std::memory_order_release);
     g.heartbeatRunning.store(false, std::memory_order_relaxed);
@@ -65,12 +100,12 @@ int InputProvider::Init() {
         log::Trace(LOG_MESSAGE_ERROR, kInitScope, "Init, start heartbeat thread failed: ",
                    error.code().value());
         heartbeatControl_.reset();
-        return -13;
+        return kUnavailable;
     } catch (const std::bad_alloc&) {
         log::Trace(LOG_MESSAGE_ERROR, kInitScope, "Init, start heartbeat thread failed: ",
                    static_cast<int>(std::errc::not_enough_memory));
         heartbeatControl_.reset();
-        return -13;
+        return kUnavailable;
     }
     // The flag is set only after the launch; the thread checks it once, after this release.
     InputGlobals().heartbeatRunning.store(true, std::memory_order_relaxed);
@@ -185,7 +220,7 @@ uint32_t InputProvider::NowMilliseconds() noexcept {
     const InputState& g = InputGlobals();
     const int64_t start = g.clockStart.load(std::memory_order_relaxed);
     const int64_t frequency = g.clockFrequency.load(std::memory_order_relaxed);
-    const int64_t elapsed = (platform::PerformanceCounter() - start) * 1000 / frequency;
+    const int64_t elapsed = ElapsedMilliseconds(platform::PerformanceCounter(), start, frequency);
     return static_cast<uint32_t>(elapsed);
 }
 

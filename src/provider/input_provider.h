@@ -26,16 +26,14 @@
 #include "engine/engine_gate.h"
 #include "orbperix/large_integer.h"
 #include "orbperix/providers.h"
-#include "provider/base_provider.h"
+#include "provider/provider_common.h"
 #include "provider/session_ops.h"
 #include "provider/session_store.h"
 
 namespace OrbPerix {
 
-// The input kind for SessionOps.
+// The input kind's store and flag (its SessionKind record is in input_provider.cpp).
 struct InputKind {
-    static constexpr char kScopePrefix[] = "OrbPerix::InputProvider::";
-    static constexpr char kInitializeFirst[] = "Please initialize InputProvider first";
     static SessionStore& Sessions() noexcept;
     static bool Initialized() noexcept;  // heartbeatRunning
 };
@@ -57,7 +55,7 @@ struct InputState {
 };
 InputState& InputGlobals() noexcept;
 
-class InputProvider : public IInputProvider, public BaseProvider {
+class InputProvider : public IInputProvider {
 public:
     // Binds to `load`; resets the process-wide input state (button table of `load`,
     // heartbeatRunning and buttonOpened false, lastInputTime 0, time base restarted).
@@ -132,7 +130,7 @@ private:
     // Stops this provider's own heartbeat thread (not the process-wide flag) and joins it.
     void StopOwnHeartbeat() noexcept;
 
-    SessionOps<InputKind> ops_;
+    SessionOps ops_;
     std::thread heartbeat_;
     std::shared_ptr<HeartbeatControl> heartbeatControl_;
 };

@@ -10,6 +10,7 @@
 #include "platform/platform.h"
 #include "provider/input_provider.h"
 #include "remote/framing.h"
+#include "util/elapsed.h"
 
 namespace OrbPerix {
 
@@ -102,7 +103,7 @@ int InputProvider::PostEncoded(std::string_view deviceId, RemoteCtrlEvent* event
         const int64_t counter =
             reading.Taken() ? reading.Counter() : platform::PerformanceCounter();
         const uint32_t now = static_cast<uint32_t>(
-            RemoteUtil::ElapsedMilliseconds(counter, start.QuadPart, frequency.QuadPart));
+            ElapsedMilliseconds(counter, start.QuadPart, frequency.QuadPart));
         if (g.lastInputTime.load(std::memory_order_relaxed) != now) {
             g.lastInputTime.store(now, std::memory_order_relaxed);
         }

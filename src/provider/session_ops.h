@@ -1,42 +1,13 @@
-// SessionOps<Kind>: the connection and services code that the input and source providers share
-// step for step, written once and instantiated per provider kind.
+// SessionOps: the connection and services code that the input and source providers share,
+// written once. What tells the kinds apart is a SessionKind record: the kind's session store,
+// its "initialised" flag, its log texts and its engine listener record.
 //
-// HOW A PROVIDER KIND INSTANTIATES IT
-//   1. Define a kind struct holding (or reaching) the kind's class-wide state:
-//
-//        struct SourceKind {
-//            // Scope prefix of every log line of the shared operations.
-//            static constexpr char kScopePrefix[] = "OrbPerix::SourceProvider::";
-//            // Message of RegisterPERIXListener when the kind is not initialised.
-//            static constexpr char kInitializeFirst[] = "Please initialize SourceProvider first";
-//            // The kind's process-wide session store (a function-local static is fine).
-//            static SessionStore& Sessions() noexcept;
-//            // The kind's class-wide "initialised" flag (input: heartbeatRunning,
-//            // source: sourceInitialized), read with relaxed ordering.
-//            static bool Initialized() noexcept;
-//        };
-//
-//   2. Give the provider a member `SessionOps<SourceKind> ops_{load};` (constructed from
-//      the engine load the provider is bound to) and forward the shared virtual operations to it:
-//      ConnectDevice, DisconnectDevice, UnRegisterListener, RegisterDataListener,
-//      UnRegisterDataListener, SendData, SendDataNoResult, SendBinaryData,
-//      StartDeviceService, StopDeviceService, RegisterEventCallback, SendByHandler.
-//
-//   3. RegisterPERIXListener: call ops_.RegisterPERIXListenerSteps(deviceInfo, listener, route)
-//      (the initialised check, CreateServiceHandler under the provider mutex, and
-//      PERIXRegisterListener with the kind's OnDeviceChange/OnDeviceServiceChange/
-//      OnDataReceive). When it returns non-zero, return that. Otherwise register the kind's
-//      own channel callbacks (input: the button callback; source: audio, then refresh) with
-//      the kind's own messages, and return 0.
-//
-//   4. DeInit: test and clear the kind's flag yourself (step 1), then call
-//      ops_.TearDownSessions() (empties the store; every session's handle is released once,
-//      now or when the engine call still using it ends). Join any thread of the kind after it.
-//
-//   The provider mutex is ops_.ProviderMutex(); the most recent handle ops_.ServiceHandle().
-//   The engine listener record (kEngineListener) is one per kind, in static storage: the engine
-//   keeps it by address and may call it at any time while the library is loaded. It forwards
-//   to BaseProvider with Kind::Sessions().
+// A provider holds `SessionOps ops_{kInputSessionKind, load}` (or the source kind's record),
+// forwards its shared virtual operations to it, and:
+//   - RegisterPERIXListener: calls ops_.RegisterPERIXListenerSteps (the initialised check,
+//     CreateServiceHandler under the provider mutex, PERIXRegisterListener with the kind's
+//     engine listener record); on 0 it registers its own channel callbacks.
+//   - DeInit: clears the kind's flag itself, then calls ops_.TearDownSessions().
 //
 // Threading: host threads call the operations. Every engine call that passes a session's
 // handle holds a lease on the session (see SessionStore), so a concurrent DisconnectDevice or
@@ -47,7 +18,6 @@
 #ifndef ORBPERIX_SRC_PROVIDER_SESSION_OPS_H_
 #define ORBPERIX_SRC_PROVIDER_SESSION_OPS_H_
 
-#include <array>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
@@ -57,35 +27,43 @@
 #include "orbperix/engine_tables.h"
 #include "orbperix/records.h"
 #include "engine/engine_gate.h"
-#include "provider/base_provider.h"
+#include "provider/provider_common.h"
 #include "provider/session_store.h"
 
 namespace OrbPerix {
 
-// "prefix" + "name" as one NUL-terminated array, built at compile time so that each operation
-// has its own scope literal without a run-time allocation.
-template <size_t A, size_t B>
-constexpr std::array<char, A + B - 1> JoinScope(const char (&prefix)[A], const char (&name)[B]) {
-    std::array<char, A + B - 1> out{};
-    for (size_t i = 0; i + 1 < A; ++i) {
-        out[i] = prefix[i];
-    }
-    for (size_t i = 0; i < B; ++i) {
-        out[A - 1 + i] = name[i];
-    }
-    return out;
-}
+// One provider kind as the shared session code sees it. Lives in static storage for the
+// library's lifetime: the engine keeps `engineListener` by address.
+struct SessionKind {
+    SessionStore& (*sessions)() noexcept;  // the kind's process-wide store
+    bool (*initialized)() noexcept;        // the kind's "initialised" flag (relaxed read)
+    const char* initializeFirst;           // RegisterPERIXListener's text when not initialised
+    PerixEngineListener engineListener;    // the kind's three engine entry points
+    struct Scopes {                        // the log scope of each operation
+        const char* connectDevice;
+        const char* createServiceHandler;
+        const char* disconnectDevice;
+        const char* registerDataListener;
+        const char* registerEventCallback;
+        const char* registerPERIXListener;
+        const char* sendBinaryData;
+        const char* startDeviceService;
+        const char* stopDeviceService;
+        const char* unRegisterDataListener;
+        const char* unRegisterListener;
+    } scopes;
+};
 
-template <typename Kind>
 class SessionOps {
 public:
-    explicit SessionOps(const EngineLoad& load) noexcept : load_(load) {}
+    SessionOps(const SessionKind& kind, const EngineLoad& load) noexcept
+        : kind_(kind), load_(load) {}
     SessionOps(const SessionOps&) = delete;
     SessionOps& operator=(const SessionOps&) = delete;
 
     int ConnectDevice(PERIXInfo* deviceInfo);
     int DisconnectDevice(PERIXInfo* deviceInfo);
-    // Steps 1 to 3 of RegisterPERIXListener (see the comment at the top).
+    // RegisterPERIXListener up to the kind's own channel callbacks (see the comment at the top).
     // `route` is the C interface's listener, kept in the session with the host's entries.
     int RegisterPERIXListenerSteps(PERIXInfo* deviceInfo, ProviderListener* listener,
                                    const HostRoute& route);
@@ -112,15 +90,8 @@ public:
     void* ServiceHandle() const noexcept { return serviceHandle_.load(std::memory_order_relaxed); }
     const EngineLoad& Load() const noexcept { return load_; }
 
-    // The engine listener functions of this kind (engine threads).
-    static void OnDeviceChange(void* handle, const void* notify) noexcept;
-    static void OnDeviceServiceChange(void* handle, const void* notify) noexcept;
-    static void OnDataReceive(void* handle, const void* data) noexcept;
-    // Handed to PERIXRegisterListener by address; the same record for every provider of the
-    // kind, valid for as long as the library is loaded.
-    static const PerixEngineListener kEngineListener;
-
 private:
+    const SessionKind& kind_;
     const EngineLoad& load_;  // the load the provider was created under (never freed)
     std::mutex mutex_;        // the provider mutex
     std::atomic<void*> serviceHandle_{nullptr};  // most recently created handle
@@ -128,6 +99,5 @@ private:
 
 }  // namespace OrbPerix
 
-#include "provider/session_ops_impl.h"
 
 #endif  // ORBPERIX_SRC_PROVIDER_SESSION_OPS_H_

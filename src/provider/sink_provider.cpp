@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "log/log.h"
+#include "util/result.h"
 
 namespace OrbPerix {
 
@@ -93,7 +94,7 @@ int SinkProvider::CreateMeshProvider(PERIXInfo* deviceInfo) {
     void* created = engine::Call(load_, load_.main.PERIXCreateServiceHandle, deviceInfo);
     if (created == nullptr) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, L"PERIXCreateServiceHandle fail");
-        return -13;
+        return kUnavailable;
     }
     bool kept = false;
     {
@@ -115,7 +116,7 @@ int SinkProvider::ConnectDevice(PERIXInfo* deviceInfo) {
     // Virtual on purpose: a derived sink's own CreateMeshProvider decides.
     if (this->CreateMeshProvider(deviceInfo) != 0) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, L"PERIXCreateServiceHandle fail");
-        return -13;
+        return kUnavailable;
     }
     int r = kEngineNotAvailable;
     {
@@ -126,7 +127,7 @@ int SinkProvider::ConnectDevice(PERIXInfo* deviceInfo) {
     // service having been started even when the record is refused.
     if (deviceInfo != nullptr && deviceInfo->serverPort == 0) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, L"PERIXInfo serverport is 0");
-        return -5;
+        return kZeroServerPort;
     }
     return r;
 }
@@ -140,7 +141,7 @@ int SinkProvider::DisconnectDevice(PERIXInfo* deviceInfo, void* arg) {
     }
     log::Trace(LOG_MESSAGE_ERROR, "OrbPerix::SinkProvider::DisconnectDevice",
                L"PERIXCreateServiceHandle fail");
-    return -13;
+    return kUnavailable;
 }
 
 int SinkProvider::GetConnectionStatus() {

@@ -4,6 +4,7 @@
 #include "log/log.h"
 #include "provider/source_provider.h"
 #include "provider/source_stream.h"
+#include "util/result.h"
 
 namespace OrbPerix {
 
@@ -30,7 +31,7 @@ struct AudioChannel {
     static constexpr const char* kNewFailed = "On AudioNotify, new dataExtend failed: , dataLen: ";
     static constexpr const char* kCopyFailed = "AudioNotify, copy data failed: ";
     static uint32_t HostServiceType(uint32_t engineType) noexcept {
-        return BaseProvider::ConvertAudioDeviceType(engineType);
+        return ConvertAudioDeviceType(engineType);
     }
     static void Fill(AudioData& record, uint32_t a, uint32_t b, uint32_t length,
                      uint8_t* data) noexcept {
@@ -47,7 +48,7 @@ int SourceProvider::OpenAudio(ServiceInfo* service, AudioParam* audioParam) {
     static const char* const kScope = "OrbPerix::SourceProvider::OpenAudio";
     if (service == nullptr || audioParam == nullptr) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "OpenAudio param is invalid");
-        return -2;
+        return kInvalidArgument;
     }
     const PerixServiceId id = AudioServiceId(*service, ConvertAudioServiceType(service->serviceType));
     const AudioParam param = *audioParam;
@@ -63,7 +64,7 @@ int SourceProvider::CloseAudio(ServiceInfo* service) {
     static const char* const kScope = "OrbPerix::SourceProvider::CloseAudio";
     if (service == nullptr) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "CloseAudio service is null");
-        return -2;
+        return kInvalidArgument;
     }
     const PerixServiceId id = AudioServiceId(*service, ConvertAudioServiceType(service->serviceType));
     const int r = engine::Call(load_, load_.audio.AudioClose, &id);

@@ -19,12 +19,46 @@ bool SourceKind::Initialized() noexcept {
     return SourceState().initialized.load(std::memory_order_relaxed);
 }
 
+namespace {
+// The engine's three general callbacks for this kind (engine threads).
+void OnSourceDeviceChange(void* handle, const void* notify) noexcept {
+    ForwardDeviceChange(SourceKind::Sessions(), handle,
+                        static_cast<const PerixDeviceChangeNotify*>(notify));
+}
+void OnSourceServiceChange(void* handle, const void* notify) noexcept {
+    ForwardServiceChange(SourceKind::Sessions(), handle,
+                         static_cast<const PerixServiceChangeNotify*>(notify));
+}
+void OnSourceDataReceive(void* handle, const void* data) noexcept {
+    ForwardDataReceive(SourceKind::Sessions(), handle, static_cast<const BinaryData*>(data));
+}
+
+// The source kind for the shared session code; its engine listener record is kept by the engine.
+const SessionKind kSourceSessionKind = {
+    &SourceKind::Sessions,
+    &SourceKind::Initialized,
+    "Please initialize SourceProvider first",
+    {&OnSourceDeviceChange, &OnSourceServiceChange, &OnSourceDataReceive},
+    {"OrbPerix::SourceProvider::ConnectDevice",
+     "OrbPerix::SourceProvider::CreateServiceHandler",
+     "OrbPerix::SourceProvider::DisconnectDevice",
+     "OrbPerix::SourceProvider::RegisterDataListener",
+     "OrbPerix::SourceProvider::RegisterEventCallback",
+     "OrbPerix::SourceProvider::RegisterPERIXListener",
+     "OrbPerix::SourceProvider::SendBinaryData",
+     "OrbPerix::SourceProvider::StartDeviceService",
+     "OrbPerix::SourceProvider::StopDeviceService",
+     "OrbPerix::SourceProvider::UnRegisterDataListener",
+     "OrbPerix::SourceProvider::UnRegisterListener"}};
+}  // namespace
+
 SourceClassState& SourceState() noexcept {
     static NoDestructor<SourceClassState> state;
     return *state;
 }
 
-SourceProvider::SourceProvider(const EngineLoad& load) : ops_(load), load_(load) {
+SourceProvider::SourceProvider(const EngineLoad& load)
+    : ops_(kSourceSessionKind, load), load_(load) {
     SourceClassState& state = SourceState();
     state.initialized.store(false, std::memory_order_relaxed);
     state.clockFrequency.store(platform::PerformanceFrequency(), std::memory_order_relaxed);

@@ -3,9 +3,10 @@
 // audio and partial-refresh channels, writes stream buffers and hands the engine's audio and
 // partial-refresh deliveries to the host's listener as private copies.
 //
-// Its connection and services operations are SessionOps<SourceKind>, the code it shares with
-// the input provider. The session store, the initialised flag and the time base are class-wide:
-// shared by every SourceProvider in the process, separate from the input provider's.
+// Its connection and services operations are SessionOps, run for the source kind: the code it
+// shares with the input provider. The session store, the initialised flag and the time base are
+// class-wide: shared by every SourceProvider in the process, separate from the input
+// provider's.
 //
 // Threading: host threads call the operations; AudioNotify, PartialRefreshNotify and the
 // engine listener functions run on engine threads. The store's lock is never held while the
@@ -19,21 +20,19 @@
 
 #include "orbperix/engine_tables.h"
 #include "orbperix/providers.h"
-#include "provider/base_provider.h"
+#include "provider/provider_common.h"
 #include "provider/session_ops.h"
 #include "provider/session_store.h"
 
 namespace OrbPerix {
 
-// The source kind's class-wide state, as SessionOps expects it.
+// The source kind's store and flag (its SessionKind record is in source_provider.cpp).
 struct SourceKind {
-    static constexpr char kScopePrefix[] = "OrbPerix::SourceProvider::";
-    static constexpr char kInitializeFirst[] = "Please initialize SourceProvider first";
     static SessionStore& Sessions() noexcept;
     static bool Initialized() noexcept;
 };
 
-class SourceProvider : public ISourceProvider, public BaseProvider {
+class SourceProvider : public ISourceProvider {
 public:
     // Binds to `load`, clears the class-wide initialised flag and restarts the class-wide
     // time base (frequency, then counter).
@@ -97,7 +96,7 @@ public:
 private:
     void TearDown() noexcept;
 
-    SessionOps<SourceKind> ops_;  // the engine load, provider mutex, last handle
+    SessionOps ops_;  // the engine load, provider mutex, last handle
     const EngineLoad& load_;      // audio and refresh tables are called through it
     std::atomic<uint32_t> lastWriteTimeMs_{0};
 };

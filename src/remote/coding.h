@@ -6,7 +6,7 @@
 #include <cmath>
 #include <cstdint>
 
-namespace RemoteUtil {
+namespace OrbPerix {
 namespace coding {
 
 // REQUIRES: dst has room for 2 bytes.
@@ -45,6 +45,6 @@ inline uint16_t CoordinateToWire(double value) {
 inline void PutCoordinate(uint8_t* dst, double value) { PutFixed16BE(dst, CoordinateToWire(value)); }
 
 }  // namespace coding
-}  // namespace RemoteUtil
+}  // namespace OrbPerix
 
 #endif  // ORBPERIX_SRC_REMOTE_CODING_H_

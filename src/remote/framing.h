@@ -43,11 +43,6 @@ private:
 // 0 (logged) when an odd length cannot be padded.
 int DoPaddingOperation(uint8_t* body, uint16_t bodyCapacity, int length);
 
-// (now - start) * 1000 / frequency in signed 64-bit arithmetic, truncated toward zero.
-// Defined for every input: the product wraps instead of overflowing, and a zero frequency
-// (no time base) gives 0 instead of a division by zero.
-int64_t ElapsedMilliseconds(int64_t now, int64_t start, int64_t frequency);
-
 }  // namespace RemoteUtil
 
 #endif  // ORBPERIX_SRC_REMOTE_FRAMING_H_

@@ -7,17 +7,19 @@
 
 #include "log/log.h"
 #include "remote/coding.h"
+#include "remote/event_kind.h"
 #include "remote/framing.h"
+#include "util/result.h"
 
 namespace RemoteUtil {
 
 namespace {
 
 using OrbPerix::log::Trace;
-using coding::PutCoordinate;
-using coding::PutFixed16BE;
-using coding::PutFixed16LE;
-using coding::PutFixed32BE;
+using OrbPerix::coding::PutCoordinate;
+using OrbPerix::coding::PutFixed16BE;
+using OrbPerix::coding::PutFixed16LE;
+using OrbPerix::coding::PutFixed32BE;
 
 constexpr const char* kPacketScope = "RemoteUtil::RemoteController::ConstructRemoteCtrlPacket";
 constexpr const char* kBodyScope = "RemoteUtil::RemoteController::ConstructInputBody";
@@ -38,20 +40,7 @@ constexpr const char* kMessageScope = "RemoteUtil::RemoteController::ConstructMe
 constexpr size_t kContentCopyLimit = 472;
 constexpr size_t kMessageCopyLimit = 470;
 
-// Event type values.
-enum : uint32_t {
-    kTouch = 0,
-    kKey = 1,
-    kZoom = 2,
-    kScroll = 3,
-    kRotate = 4,
-    kReservedKind = 5,
-    kMouse = 6,
-    kTextInput = 7,
-    kWheel = 8,
-    kVirtualKey = 9,
-    kMessage = 10,
-};
+using namespace OrbPerix::event_kind;
 
 // The wire code of `action` from a kind's table of codes by action; false for an action that
 // the kind does not have.
@@ -62,6 +51,27 @@ bool CodeForAction(uint32_t action, const uint8_t (&codes)[N], uint8_t* code) {
     }
     *code = codes[action];
     return true;
+}
+
+// The opening every encoder shares: its arguments present with room enough, then the wire code
+// of its action. Each refusal is one line under the encoder's scope, "<encoder>, param not
+// valid" or "<encoder>, unknown type" (the encoder's name is the end of its scope).
+constexpr size_t kEncoderScopePrefixLength = sizeof("RemoteUtil::RemoteController::") - 1;
+
+bool Refuse(const char* scope, const char* what) {
+    Trace(LOG_MESSAGE_ERROR, scope, scope + kEncoderScopePrefixLength, what);
+    return false;
+}
+
+bool ArgumentsFit(const char* scope, const RemoteCtrlEvent* event, const uint8_t* body,
+                  bool roomEnough) {
+    return (event != nullptr && body != nullptr && roomEnough) ||
+           Refuse(scope, ", param not valid");
+}
+
+template <size_t N>
+bool ActionCode(const char* scope, uint32_t action, const uint8_t (&codes)[N], uint8_t* code) {
+    return CodeForAction(action, codes, code) || Refuse(scope, ", unknown type");
 }
 
 // A touch declares up to 255 pointers while its arrays hold 10: pointer i is read from the
@@ -103,12 +113,12 @@ int RemoteController::ConstructRemoteCtrlPacket(const RemoteCtrlEvent* event, ui
                                                 LARGE_INTEGER frequency) const {
     if (buffer == nullptr) {
         Trace(LOG_MESSAGE_ERROR, kPacketScope, "ConstructRemoteCtrlPacket param invalid");
-        return -1;
+        return OrbPerix::kEncodeFailed;
     }
     std::memset(buffer, 0, capacity);
     if (event == nullptr) {
         Trace(LOG_MESSAGE_ERROR, kPacketScope, "ConstructRemoteCtrlPacket, event invalid");
-        return -1;
+        return OrbPerix::kEncodeFailed;
     }
     // A capacity that cannot hold the header leaves no body room at all. Saturating (rather
     // than letting capacity - 10 wrap to ~64 KiB) makes every kind fail its capacity check, so
@@ -119,7 +129,7 @@ int RemoteController::ConstructRemoteCtrlPacket(const RemoteCtrlEvent* event, ui
         ConstructInputBody(event, buffer + kHeaderSize, bodyCapacity, start, frequency);
     if (bodyLength <= 0) {
         Trace(LOG_MESSAGE_ERROR, kPacketScope, "ConstructRemoteCtrlPacket, bodylength invalid");
-        return -1;
+        return OrbPerix::kEncodeFailed;
     }
 
     const uint32_t flags = event->headerFlags;
@@ -152,7 +162,7 @@ int RemoteController::ConstructRemoteCtrlPacket(const RemoteCtrlEvent* event, ui
             // ConstructInputBody already refused every other type.
             Trace(LOG_MESSAGE_ERROR, kPacketScope, "ConstructRemoteCtrlPacket, unknown type ",
                   event->type);
-            return -1;
+            return OrbPerix::kEncodeFailed;
     }
 
     buffer[4] |= static_cast<uint8_t>(event->headerTag);
@@ -166,12 +176,12 @@ int RemoteController::ConstructInputBody(const RemoteCtrlEvent* event, uint8_t* 
                                          LARGE_INTEGER frequency) const {
     if (event == nullptr || body == nullptr) {
         Trace(LOG_MESSAGE_ERROR, kBodyScope, "event or buffer is null");
-        return -1;
+        return OrbPerix::kEncodeFailed;
     }
     if (event->type > kMessage) {
         Trace(LOG_MESSAGE_ERROR, kBodyScope, "ConstructInputBody, unsupported packet type ",
               event->type);
-        return -1;
+        return OrbPerix::kEncodeFailed;
     }
 
     int length = -1;
@@ -225,7 +235,7 @@ int RemoteController::ConstructTouchEvent(const RemoteCtrlEvent* event, uint8_t*
                                           uint16_t bodyCapacity) const {
     if (event == nullptr || body == nullptr) {
         Trace(LOG_MESSAGE_ERROR, kTouchScope, "ConstructTouchEvent, param not valid");
-        return -1;
+        return OrbPerix::kEncodeFailed;
     }
     const RemoteTouchEvent& touch = event->payload.touch;
     const int count = touch.pointerCount;
@@ -233,13 +243,12 @@ int RemoteController::ConstructTouchEvent(const RemoteCtrlEvent* event, uint8_t*
     const int length = 9 * count + 4;
     if (bodyCapacity <= length) {
         Trace(LOG_MESSAGE_ERROR, kTouchScope, "ConstructTouchEvent, buffer size is not enough");
-        return -1;
+        return OrbPerix::kEncodeFailed;
     }
     static constexpr uint8_t kCodes[] = {14, 15, 2};
     uint8_t code = 0;
-    if (!CodeForAction(touch.action, kCodes, &code)) {
-        Trace(LOG_MESSAGE_ERROR, kTouchScope, "ConstructTouchEvent, unknown type");
-        return -1;
+    if (!ActionCode(kTouchScope, touch.action, kCodes, &code)) {
+        return OrbPerix::kEncodeFailed;
     }
     body[0] = code;
     // Counts the padding byte that an odd count will cause (9n + 8 is odd when n is).
@@ -266,16 +275,14 @@ int RemoteController::ConstructTouchEvent(const RemoteCtrlEvent* event, uint8_t*
 
 int RemoteController::ConstructKeyEvent(const RemoteCtrlEvent* event, uint8_t* body,
                                         uint16_t bodyCapacity) const {
-    if (event == nullptr || body == nullptr || bodyCapacity <= 12) {
-        Trace(LOG_MESSAGE_ERROR, kKeyScope, "ConstructKeyEvent, param not valid");
-        return -1;
+    if (!ArgumentsFit(kKeyScope, event, body, bodyCapacity > 12)) {
+        return OrbPerix::kEncodeFailed;
     }
     const RemoteKeyEvent& key = event->payload.key;
     static constexpr uint8_t kCodes[] = {3, 4};
     uint8_t code = 0;
-    if (!CodeForAction(key.action, kCodes, &code)) {
-        Trace(LOG_MESSAGE_ERROR, kKeyScope, "ConstructKeyEvent, unknown type");
-        return -1;
+    if (!ActionCode(kKeyScope, key.action, kCodes, &code)) {
+        return OrbPerix::kEncodeFailed;
     }
     body[0] = code;
     PutFixed16BE(body + 1, 9);
@@ -288,9 +295,8 @@ int RemoteController::ConstructKeyEvent(const RemoteCtrlEvent* event, uint8_t* b
 
 int RemoteController::ConstructZoomEvent(const RemoteCtrlEvent* event, uint8_t* body,
                                          uint16_t bodyCapacity) const {
-    if (event == nullptr || body == nullptr || bodyCapacity <= 9) {
-        Trace(LOG_MESSAGE_ERROR, kZoomScope, "ConstructZoomEvent, param not valid");
-        return -1;
+    if (!ArgumentsFit(kZoomScope, event, body, bodyCapacity > 9)) {
+        return OrbPerix::kEncodeFailed;
     }
     const RemoteZoomEvent& zoom = event->payload.zoom;
     body[0] = 5;
@@ -303,16 +309,14 @@ int RemoteController::ConstructZoomEvent(const RemoteCtrlEvent* event, uint8_t* 
 
 int RemoteController::ConstructScrollEvent(const RemoteCtrlEvent* event, uint8_t* body,
                                            uint16_t bodyCapacity) const {
-    if (event == nullptr || body == nullptr || bodyCapacity <= 5) {
-        Trace(LOG_MESSAGE_ERROR, kScrollScope, "ConstructScrollEvent, param not valid");
-        return -1;
+    if (!ArgumentsFit(kScrollScope, event, body, bodyCapacity > 5)) {
+        return OrbPerix::kEncodeFailed;
     }
     const RemoteScrollEvent& scroll = event->payload.scroll;
     static constexpr uint8_t kCodes[] = {6, 7};
     uint8_t code = 0;
-    if (!CodeForAction(scroll.action, kCodes, &code)) {
-        Trace(LOG_MESSAGE_ERROR, kScrollScope, "ConstructScrollEvent, unknown type");
-        return -1;
+    if (!ActionCode(kScrollScope, scroll.action, kCodes, &code)) {
+        return OrbPerix::kEncodeFailed;
     }
     body[0] = code;
     PutFixed16BE(body + 1, 3);  // 2 field bytes and the padding byte that always follows
@@ -322,16 +326,14 @@ int RemoteController::ConstructScrollEvent(const RemoteCtrlEvent* event, uint8_t
 
 int RemoteController::ConstructMouseEvent(const RemoteCtrlEvent* event, uint8_t* body,
                                           uint16_t bodyCapacity) const {
-    if (event == nullptr || body == nullptr || bodyCapacity <= 12) {
-        Trace(LOG_MESSAGE_ERROR, kMouseScope, "ConstructMouseEvent, param not valid");
-        return -1;
+    if (!ArgumentsFit(kMouseScope, event, body, bodyCapacity > 12)) {
+        return OrbPerix::kEncodeFailed;
     }
     const RemoteMouseEvent& mouse = event->payload.mouse;
     static constexpr uint8_t kCodes[] = {14, 15, 16};
     uint8_t code = 0;
-    if (!CodeForAction(mouse.action, kCodes, &code)) {
-        Trace(LOG_MESSAGE_ERROR, kMouseScope, "ConstructMouseEvent, unknown type");
-        return -1;
+    if (!ActionCode(kMouseScope, mouse.action, kCodes, &code)) {
+        return OrbPerix::kEncodeFailed;
     }
     body[0] = code;
     PutFixed16BE(body + 1, 9);
@@ -346,7 +348,7 @@ int RemoteController::ConstructInputEvent(const RemoteCtrlEvent* event, uint8_t*
                                           uint16_t bodyCapacity) const {
     if (event == nullptr || body == nullptr) {
         Trace(LOG_MESSAGE_ERROR, kInputScope, "ConstructInputEvent, param not valid");
-        return -1;
+        return OrbPerix::kEncodeFailed;
     }
     switch (event->payload.input.action) {
         case 0:
@@ -355,7 +357,7 @@ int RemoteController::ConstructInputEvent(const RemoteCtrlEvent* event, uint8_t*
             return ConstructInputFocusEvent(event, body, bodyCapacity);
         default:
             Trace(LOG_MESSAGE_ERROR, kInputScope, "ConstructInputEvent, unknown type");
-            return -1;
+            return OrbPerix::kEncodeFailed;
     }
 }
 
@@ -366,11 +368,11 @@ int RemoteController::ConstructInputContentEvent(const RemoteInputEvent& input, 
     if (static_cast<uint16_t>(length - 1u) > kContentCopyLimit - 1) {
         Trace(LOG_MESSAGE_ERROR, kContentScope,
               "ConstructInputContentEvent , msg length too large");
-        return -1;
+        return OrbPerix::kEncodeFailed;
     }
     if (body == nullptr || bodyCapacity <= length + 5) {
         Trace(LOG_MESSAGE_ERROR, kContentScope, "ConstructInputContentEvent, param not valid");
-        return -1;
+        return OrbPerix::kEncodeFailed;
     }
     body[0] = 0;
     PutFixed16BE(body + 1, static_cast<uint16_t>(length + 2 + (length + 5) % 2));
@@ -380,16 +382,15 @@ int RemoteController::ConstructInputContentEvent(const RemoteInputEvent& input, 
     if (copied != OrbPerix::platform::kCopyOk) {
         Trace(LOG_MESSAGE_ERROR, kContentScope,
               "ConstructInputContentEvent, memcpy_s fail return code = ", copied);
-        return -1;
+        return OrbPerix::kEncodeFailed;
     }
     return length + 5;
 }
 
 int RemoteController::ConstructInputFocusEvent(const RemoteCtrlEvent* event, uint8_t* body,
                                                uint16_t bodyCapacity) const {
-    if (event == nullptr || body == nullptr || bodyCapacity <= 12) {
-        Trace(LOG_MESSAGE_ERROR, kFocusScope, "ConstructInputFocusEvent, param not valid");
-        return -1;
+    if (!ArgumentsFit(kFocusScope, event, body, bodyCapacity > 12)) {
+        return OrbPerix::kEncodeFailed;
     }
     const RemoteInputFocus& focus = event->payload.input.focus;
     body[0] = 1;
@@ -403,16 +404,14 @@ int RemoteController::ConstructInputFocusEvent(const RemoteCtrlEvent* event, uin
 
 int RemoteController::ConstructWheelEvent(const RemoteCtrlEvent* event, uint8_t* body,
                                           uint16_t bodyCapacity) const {
-    if (event == nullptr || body == nullptr || bodyCapacity <= 10) {
-        Trace(LOG_MESSAGE_ERROR, kWheelScope, "ConstructWheelEvent, param not valid");
-        return -1;
+    if (!ArgumentsFit(kWheelScope, event, body, bodyCapacity > 10)) {
+        return OrbPerix::kEncodeFailed;
     }
     const RemoteWheelEvent& wheel = event->payload.wheel;
     static constexpr uint8_t kCodes[] = {12, 13};
     uint8_t code = 0;
-    if (!CodeForAction(wheel.action, kCodes, &code)) {
-        Trace(LOG_MESSAGE_ERROR, kWheelScope, "ConstructWheelEvent, unknown type");
-        return -1;
+    if (!ActionCode(kWheelScope, wheel.action, kCodes, &code)) {
+        return OrbPerix::kEncodeFailed;
     }
     body[0] = code;
     PutFixed16BE(body + 1, 7);
@@ -426,14 +425,13 @@ int RemoteController::ConstructWheelEvent(const RemoteCtrlEvent* event, uint8_t*
 
 int RemoteController::ConstructVirtualKeyEvent(const RemoteCtrlEvent* event, uint8_t* body,
                                                uint16_t bodyCapacity) const {
-    if (event == nullptr || body == nullptr || bodyCapacity <= 7) {
-        Trace(LOG_MESSAGE_ERROR, kVirtualKeyScope, "ConstructVirtualKeyEvent, param not valid");
-        return -1;
+    if (!ArgumentsFit(kVirtualKeyScope, event, body, bodyCapacity > 7)) {
+        return OrbPerix::kEncodeFailed;
     }
     const RemoteVirtualKeyEvent& virtualKey = event->payload.virtualKey;
     if (virtualKey.action > 3) {
         Trace(LOG_MESSAGE_ERROR, kVirtualKeyScope, "ConstructVirtualKeyEvent, unknown type");
-        return -1;
+        return OrbPerix::kEncodeFailed;
     }
     body[0] = static_cast<uint8_t>(virtualKey.action + 2);  // back 2, home 3, recent 4, quick 5
     PutFixed16BE(body + 1, 5);  // 4 field bytes and the padding byte that always follows
@@ -446,25 +444,24 @@ int RemoteController::ConstructMessageEvent(const RemoteCtrlEvent* event, uint8_
                                             uint16_t bodyCapacity) const {
     if (event == nullptr || body == nullptr) {
         Trace(LOG_MESSAGE_ERROR, kMessageScope, "ConstructMessageEvent, param not valid");
-        return -1;
+        return OrbPerix::kEncodeFailed;
     }
     const RemoteMessageEvent& message = event->payload.message;
     const uint16_t length = message.messageLength;
     // One unsigned test for both ends: lengths below 3 wrap to above 65000.
     if (static_cast<uint16_t>(length - 3u) > kContentCopyLimit - 3) {
-        // This encoder reports under the text input's name; log readers match on it.
+        // The message shares the text input's wire layout and so its error text.
         Trace(LOG_MESSAGE_ERROR, kMessageScope, "ConstructInputEvent , msg length too large");
-        return -1;
+        return OrbPerix::kEncodeFailed;
     }
     if (bodyCapacity <= length + 5) {
         Trace(LOG_MESSAGE_ERROR, kMessageScope, "ConstructMessageEvent, param not valid");
-        return -1;
+        return OrbPerix::kEncodeFailed;
     }
     static constexpr uint8_t kCodes[] = {6, 7};
     uint8_t code = 0;
-    if (!CodeForAction(message.action, kCodes, &code)) {
-        Trace(LOG_MESSAGE_ERROR, kMessageScope, "ConstructMessageEvent, unknown type");
-        return -1;
+    if (!ActionCode(kMessageScope, message.action, kCodes, &code)) {
+        return OrbPerix::kEncodeFailed;
     }
     body[0] = code;
     PutFixed16BE(body + 1, static_cast<uint16_t>(length + 2 + (length + 5) % 2));
@@ -475,7 +472,7 @@ int RemoteController::ConstructMessageEvent(const RemoteCtrlEvent* event, uint8_
     if (copied != OrbPerix::platform::kCopyOk) {
         Trace(LOG_MESSAGE_ERROR, kMessageScope,
               "ConstructMessageEvent, memcpy_s fail return code = ", copied);
-        return -1;
+        return OrbPerix::kEncodeFailed;
     }
     return length + 5;
 }

@@ -5,6 +5,7 @@
 
 #include "log/log.h"
 #include "remote/remote_controller.h"
+#include "util/result.h"
 
 namespace RemoteUtil {
 
@@ -62,7 +63,7 @@ int RemoteEvent::SendRemoteCtrlEvent(RemoteCtrlEvent* event, unsigned char* buff
                                      LARGE_INTEGER frequency) {
     if (event == nullptr || buffer == nullptr) {
         OrbPerix::log::Trace(LOG_MESSAGE_ERROR, kSendScope, "SendRemoteCtrlEvent event is nullptr");
-        return -1;
+        return OrbPerix::kEncodeFailed;
     }
     // Once published the controller never changes, so senders after the first skip the mutex.
     RemoteController* controller = remoteController.load(std::memory_order_acquire);
@@ -78,12 +79,12 @@ int RemoteEvent::SendRemoteCtrlEvent(RemoteCtrlEvent* event, unsigned char* buff
             OrbPerix::log::Trace(LOG_MESSAGE_ERROR, kSendScope,
                                  "SendRemoteCtrlEvent, lock failed with code ",
                                  error.code().value());
-            return -1;
+            return OrbPerix::kEncodeFailed;
         }
         if (controller == nullptr) {
             OrbPerix::log::Trace(LOG_MESSAGE_ERROR, kSendScope,
                                  "SendRemoteCtrlEvent: new remoteController failed");
-            return -1;
+            return OrbPerix::kEncodeFailed;
         }
     }
     return controller->ConstructRemoteCtrlPacket(event, buffer, capacity, start, frequency);

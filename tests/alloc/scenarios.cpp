@@ -11,6 +11,7 @@
 #include "perix_sim.h"
 #include "perix_sim_peer.h"
 #include "perix_sim_streams.h"
+#include "sample_events.h"
 #include "orbperix/remote_event.h"
 #include "provider/session_store.h"
 #include "remote/remote_controller.h"
@@ -19,6 +20,8 @@ namespace scenarios {
 namespace {
 
 using OrbPerix::PERIXProviderManager;
+using sample_events::Event;
+using sample_events::EveryKind;
 using sweep::Step;
 
 // Sizes of the library's own allocations whose failure has a line of its own.
@@ -245,45 +248,6 @@ struct InputState {
     ProviderListener listener = AllListeners();
     ServiceInfo button{"tab-1", "btn-0", 6};
 };
-
-RemoteCtrlEvent Event(uint32_t type, uint32_t action) {
-    RemoteCtrlEvent event;
-    std::memset(&event, 0, sizeof(event));
-    event.type = type;
-    event.payload.mouse.action = action;
-    return event;
-}
-
-std::vector<RemoteCtrlEvent> EveryKind() {
-    std::vector<RemoteCtrlEvent> events;
-    RemoteCtrlEvent touch = Event(0, 0);
-    touch.payload.touch.pointerCount = 1;
-    touch.payload.touch.x[0] = 100;
-    events.push_back(touch);
-    RemoteCtrlEvent key = Event(1, 0);
-    key.payload.key.keyValue1 = 29;
-    events.push_back(key);
-    RemoteCtrlEvent zoom = Event(2, 0);
-    zoom.payload.zoom.zoomValue = 120;
-    events.push_back(zoom);
-    events.push_back(Event(3, 1));
-    RemoteCtrlEvent mouse = Event(6, 0);
-    mouse.payload.mouse.button = 1;
-    events.push_back(mouse);
-    RemoteCtrlEvent text = Event(7, 0);
-    text.payload.input.content.contentLength = 5;
-    std::memcpy(text.payload.input.content.content, "hello", 5);
-    events.push_back(text);
-    RemoteCtrlEvent wheel = Event(8, 0);
-    wheel.payload.wheel.wheelValue = 3;
-    events.push_back(wheel);
-    events.push_back(Event(9, 0));
-    RemoteCtrlEvent message = Event(10, 0);
-    message.payload.message.messageLength = 5;
-    std::memcpy(message.payload.message.messageData, "abc", 3);
-    events.push_back(message);
-    return events;
-}
 
 size_t SendBufferOf(uint32_t type) {
     return type == 7 ? kTextSendBuffer : type == 10 ? kMessageSendBuffer : kSmallSendBuffer;

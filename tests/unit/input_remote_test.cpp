@@ -1,4 +1,4 @@
-// Remote-control posting: refusals, buffer size and 8-bit capacity by kind, the input-time
+// Remote-control posting: refusals, the 8-bit capacity of the long kinds, the input-time
 // rules, and the packet as the simulated peer decoded it.
 #include "input_test_helpers.h"
 #include "provider/input_provider.h"
@@ -12,17 +12,6 @@ using namespace input_test;
 using OrbPerix::InputGlobals;
 using OrbPerix::InputProvider;
 using InputRemote = InputTest;
-
-TEST(RemoteBuffers, SizesAndEightBitCapacityByKind) {
-    EXPECT_EQ(489u, InputProvider::SendBufferSize(7));
-    EXPECT_EQ(233, InputProvider::EncoderCapacity(7));
-    EXPECT_EQ(491u, InputProvider::SendBufferSize(10));
-    EXPECT_EQ(235, InputProvider::EncoderCapacity(10));
-    for (uint32_t type : {0u, 1u, 2u, 3u, 4u, 5u, 6u, 8u, 9u, 11u, 0xFFFFFFFFu}) {
-        EXPECT_EQ(105u, InputProvider::SendBufferSize(type)) << type;
-        EXPECT_EQ(105, InputProvider::EncoderCapacity(type)) << type;
-    }
-}
 
 TEST_F(InputRemote, RefusalsComeBeforeAnyWrite) {
     RemoteCtrlEvent mouse = Event(6);
@@ -39,23 +28,38 @@ TEST_F(InputRemote, RefusalsComeBeforeAnyWrite) {
     EXPECT_TRUE(EngineCallNames().empty());
 }
 
+// The post path hands the encoder an 8-bit capacity: 489 bytes for text input and 491 for a
+// message arrive as 233 and 235. The largest content that still fits is written whole, one more
+// byte is refused by the encoder; a ten-pointer touch still fits the 105 bytes of the short kinds.
 TEST_F(InputRemote, LongKindsAreCutToTheEightBitCapacity) {
     Connect("peer-a");
     ServiceInfo service = ButtonService("peer-a");
-    RemoteCtrlEvent text = Event(7, 0);
-    text.payload.input.content.contentLength = 472;
-    std::memset(text.payload.input.content.content, 'a', 472);
-    provider->PostRemoteCtrlEvent(&service, &text);
-    RemoteCtrlEvent message = Event(10, 0);
-    message.payload.message.messageLength = 472;
-    provider->PostRemoteCtrlEvent(&service, &message);
-    const std::vector<perix_sim_call> writes = EngineCalls(PERIX_SIM_BUTTON, 3);
-    ASSERT_EQ(2u, writes.size());
-    for (const perix_sim_call& write : writes) {
-        // Whatever the encoder made of the content, it never had more than 235 bytes.
-        EXPECT_TRUE(static_cast<int32_t>(write.values[2]) < 0 || write.values[2] <= 235 + 5)
-            << write.values[2];
+    struct Case {
+        uint32_t type;
+        uint16_t length;
+        int32_t written;
+    };
+    const Case cases[] = {{7, 217, 236}, {7, 218, -1}, {10, 219, 238}, {10, 220, -1}};
+    for (const Case& c : cases) {
+        RemoteCtrlEvent event = Event(c.type, 0);
+        if (c.type == 7) {
+            event.payload.input.content.contentLength = c.length;
+            std::memset(event.payload.input.content.content, 'a', c.length);
+        } else {
+            event.payload.message.messageLength = c.length;
+        }
+        provider->PostRemoteCtrlEvent(&service, &event);
     }
+    RemoteCtrlEvent touch = Event(0, 0);
+    touch.payload.touch.pointerCount = 10;
+    provider->PostRemoteCtrlEvent(&service, &touch);
+    const std::vector<perix_sim_call> writes = EngineCalls(PERIX_SIM_BUTTON, 3);
+    ASSERT_EQ(5u, writes.size());
+    for (size_t i = 0; i < 4; ++i) {
+        EXPECT_EQ(cases[i].written, static_cast<int32_t>(writes[i].values[2]))
+            << "type " << cases[i].type << ", " << cases[i].length << " bytes";
+    }
+    EXPECT_EQ(108, static_cast<int32_t>(writes[4].values[2]));
 }
 
 TEST_F(InputRemote, EveryEncodableKindReachesThePeerDecodable) {

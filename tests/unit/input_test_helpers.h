@@ -12,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+#include "sample_events.h"
 #include "engine_fixture.h"
 #include "perix_sim_peer.h"
 
@@ -173,13 +174,7 @@ protected:
     bool initialised = false;
 };
 
-inline RemoteCtrlEvent Event(uint32_t type, uint32_t action = 0) {
-    RemoteCtrlEvent event;
-    std::memset(&event, 0, sizeof(event));
-    event.type = type;
-    event.payload.mouse.action = action;  // the action word leads every payload kind
-    return event;
-}
+using sample_events::Event;
 
 }  // namespace input_test
 

@@ -45,21 +45,4 @@ TEST(PerformanceCounter, IsMonotonicAndSleepTakesAtLeastRoughlyItsTime) {
     EXPECT_LT(elapsedMs, 5000);  // a loaded machine may be slow, never this slow
 }
 
-TEST(ExecutableDirectory, HoldsTheEngineThatTheManagerLoads) {
-    const std::string dir = platform::ExecutableDirectory();
-    ASSERT_FALSE(dir.empty());
-    platform::ModuleHandle module = nullptr;
-    ASSERT_EQ(platform::LoadStep::kLoaded,
-              platform::LoadModuleBesideExecutable(platform::EngineModuleFileName(), &module));
-    EXPECT_NE(nullptr, platform::FindSymbol(module, "PERIXGetOrbPERIXHandler"));
-    EXPECT_EQ(nullptr, platform::FindSymbol(module, "NoSuchExport"));
-    EXPECT_EQ(nullptr, platform::FindSymbol(nullptr, "PERIXGetOrbPERIXHandler"));
-    platform::UnloadModule(module);
-
-    module = nullptr;
-    EXPECT_EQ(platform::LoadStep::kLoadLibrary,
-              platform::LoadModuleBesideExecutable("no-such-module.bin", &module));
-    EXPECT_EQ(nullptr, module) << "left untouched on failure";
-}
-
 }  // namespace

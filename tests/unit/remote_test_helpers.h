@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "sample_events.h"
 #include "log_capture.h"
 #include "orbperix/remote_ctrl_event.h"
 #include "orbperix/remote_event.h"
@@ -37,12 +38,7 @@ inline TimeBase TimeBaseAt(int64_t milliseconds) {
     return base;
 }
 
-inline RemoteCtrlEvent ZeroEvent(uint32_t type) {
-    RemoteCtrlEvent event;
-    std::memset(&event, 0, sizeof(event));
-    event.type = type;
-    return event;
-}
+using sample_events::Event;
 
 struct SendResult {
     int length;

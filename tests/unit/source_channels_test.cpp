@@ -188,18 +188,26 @@ TEST_F(SourceNotify, LengthZeroReachesTheListenerEmptyAndNullDataWithALengthIsRe
                                  "length is 3(OrbPerix::SourceProvider::PartialRefreshNotify)"));
 }
 
-TEST_F(SourceNotify, UnknownEngineTypesAreConvertedToTheDefaultAndStillDelivered) {
+// Audio records carry the converted type: 0..3 become 3, 2, 10, 9; anything else the default 3,
+// with a line, and is still delivered.
+TEST_F(SourceNotify, AudioTypesAreConvertedAndUnknownOnesDeliveredWithTheDefault) {
     PERIXInfo info = MakeInfo("peer-u");
     ConnectPeer(info);
     const std::string device = "peer-u";
-    const PerixServiceId id = EngineId(device, "s", 12);
+    const uint32_t engineTypes[] = {0, 1, 2, 3, 12};
+    const uint32_t delivered[] = {3, 2, 10, 9, 3};
     uint8_t byte = 9;
     PerixStreamNotify notify{0, 0, 0, 1, &byte};
-    EXPECT_EQ(0, perix_sim_fire_audio(&id, &notify));
-    ASSERT_EQ(1u, streams().Audio().size());
-    EXPECT_EQ(3u, streams().Audio()[0].serviceType);
-    EXPECT_TRUE(HasTraceLine("Invalid deviceType 12, using default value"
-                             "(OrbPerix::BaseProvider::ConvertAudioDeviceType)"));
+    for (uint32_t type : engineTypes) {
+        const PerixServiceId id = EngineId(device, "s", type);
+        EXPECT_EQ(0, perix_sim_fire_audio(&id, &notify)) << type;
+    }
+    ASSERT_EQ(5u, streams().Audio().size());
+    for (size_t i = 0; i < 5; ++i) {
+        EXPECT_EQ(delivered[i], streams().Audio()[i].serviceType) << engineTypes[i];
+    }
+    EXPECT_EQ(1, CountTraceLines("Invalid deviceType 12, using default value"
+                                 "(OrbPerix::BaseProvider::ConvertAudioDeviceType)"));
 }
 
 }  // namespace

@@ -4,11 +4,6 @@
 
 #include "orbperix/orbperix.h"
 
-// Prints one readable line for a step and its result.
-void DemoStep(const char* what, int result);
-// Prints an indented detail line under the current step.
-void DemoDetail(const char* format, ...);
-
 // Sessions of each provider kind; the manager is initialised when they are called. Each
 // returns false on any unexpected result.
 bool RunInputSession(OrbPerix::PERIXProviderManager& manager);

@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "demo.h"
+#include "demo_step.h"
 #include "perix_sim.h"
 #include "perix_sim_peer.h"
 

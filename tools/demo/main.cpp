@@ -1,29 +1,12 @@
 // orbperix-demo: a host's whole session against the simulated engine, one line per step.
 // Exits non-zero on any unexpected result.
-#include <cstdarg>
 #include <cstdio>
-#include <string>
-#include <vector>
 
-#include "SinkTestApi.h"
 #include "demo.h"
+#include "demo_step.h"
 #include "perix_sim.h"
 
 namespace {
-
-int g_lastTraceLine = 0;
-
-// Prints the log lines that the library wrote since the last call.
-void ShowNewLogLines() {
-    const int count = tracekit_test_line_count();
-    for (; g_lastTraceLine < count; ++g_lastTraceLine) {
-        char text[512];
-        int level = 0;
-        if (tracekit_test_line(g_lastTraceLine, &level, text, sizeof(text)) >= 0) {
-            std::printf("      log %s %s\n", level == 4 ? "ERROR" : "INFO ", text);
-        }
-    }
-}
 
 void ShowEngineCalls(int from) {
     const int count = perix_sim_call_count();
@@ -37,20 +20,6 @@ void ShowEngineCalls(int from) {
 }
 
 }  // namespace
-
-void DemoStep(const char* what, int result) {
-    std::printf("%-58s -> %d\n", what, result);
-    ShowNewLogLines();
-}
-
-void DemoDetail(const char* format, ...) {
-    std::printf("      ");
-    va_list args;
-    va_start(args, format);
-    std::vprintf(format, args);
-    va_end(args);
-    std::printf("\n");
-}
 
 int main() {
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
@@ -69,15 +38,9 @@ int main() {
     DemoStep("Initialize again (refused)", result);
     ok = ok && result == -4;
 
-#if defined(ORBPERIX_DEMO_INPUT_SESSION)
     ok = RunInputSession(manager) && ok;
-#endif
-#if defined(ORBPERIX_DEMO_SOURCE_SESSION)
     ok = RunSourceSession(manager) && ok;
-#endif
-#if defined(ORBPERIX_DEMO_SINK_SESSION)
     ok = RunSinkSession(manager) && ok;
-#endif
 
     const int before = perix_sim_call_count();
     manager.Finalize();

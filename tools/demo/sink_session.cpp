@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "demo.h"
+#include "demo_step.h"
 #include "perix_sim.h"
 
 bool RunSinkSession(OrbPerix::PERIXProviderManager& manager) {

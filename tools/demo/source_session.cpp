@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "demo.h"
+#include "demo_step.h"
 #include "perix_sim.h"
 #include "perix_sim_streams.h"
 

@@ -1,43 +1,35 @@
-// Member definitions of SessionOps<Kind>; included by session_ops.h only.
-#ifndef ORBPERIX_SRC_PROVIDER_SESSION_OPS_IMPL_H_
-#define ORBPERIX_SRC_PROVIDER_SESSION_OPS_IMPL_H_
+// The connection and services code that the input and source providers share, written once;
+// the kind it serves is data (SessionKind).
+#include "provider/session_ops.h"
 
 #include <new>
 #include <string_view>
 
 #include "log/log.h"
 #include "platform/platform.h"
-
-// Defines the calling operation's log scope: Kind's prefix followed by `name`.
-#define ORBPERIX_KIND_SCOPE(name)                                               \
-    static constexpr auto kScopeText = JoinScope(Kind::kScopePrefix, name); \
-    const char* const kScope = kScopeText.data()
+#include "provider/owned_bytes.h"
+#include "util/result.h"
 
 namespace OrbPerix {
 
-template <typename Kind>
-const PerixEngineListener SessionOps<Kind>::kEngineListener = {
-    &SessionOps<Kind>::OnDeviceChange, &SessionOps<Kind>::OnDeviceServiceChange,
-    &SessionOps<Kind>::OnDataReceive};
 
-template <typename Kind>
-int SessionOps<Kind>::ConnectDevice(PERIXInfo* deviceInfo) {
-    ORBPERIX_KIND_SCOPE("ConnectDevice");
-    if (BaseProvider::CheckPerixInfoInner(deviceInfo) != 0) {
+int SessionOps::ConnectDevice(PERIXInfo* deviceInfo) {
+    const char* const kScope = kind_.scopes.connectDevice;
+    if (CheckPerixInfo(deviceInfo) != 0) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "Invalid para: deviceInfo is invalid");
-        return -2;
+        return kInvalidArgument;
     }
     const std::string_view peer = PeerDeviceId(*deviceInfo);
     SessionFacts facts;
     // The lease keeps the handle from being released while the engine starts the service.
-    SessionStore::Lease session = Kind::Sessions().Acquire(peer, &facts);
+    SessionStore::Lease session = kind_.sessions().Acquire(peer, &facts);
     if (!session) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "connInfo is null, Please RegisterPERIXListener first");
-        return -4;
+        return kWrongState;
     }
     if (facts.serverPort != -1) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "device already connected");
-        return -4;
+        return kWrongState;
     }
     const int started = engine::Call(session.Load(), session.Load().main.PERIXStartService,
                                      session.Handle(), deviceInfo);
@@ -46,45 +38,43 @@ int SessionOps<Kind>::ConnectDevice(PERIXInfo* deviceInfo) {
         return started;
     }
     const int copied =
-        Kind::Sessions().MarkConnected(peer, session.Handle(), deviceInfo->serverPort,
+        kind_.sessions().MarkConnected(peer, session.Handle(), deviceInfo->serverPort,
                                        deviceInfo->sessionKey, sizeof(deviceInfo->sessionKey));
     if (copied == SessionStore::kSessionGone) {
         // The peer was disconnected while the engine started it.
         log::Trace(LOG_MESSAGE_ERROR, kScope, "connInfo is null, Please RegisterPERIXListener first");
-        return -4;
+        return kWrongState;
     }
     if (copied != platform::kCopyOk) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "ConnectDevice, copy sessionKey failed with ret ",
                    copied);
-        return -9;
+        return kKeyCopyFailed;
     }
     return 0;
 }
 
-template <typename Kind>
-int SessionOps<Kind>::DisconnectDevice(PERIXInfo* deviceInfo) {
-    ORBPERIX_KIND_SCOPE("DisconnectDevice");
+int SessionOps::DisconnectDevice(PERIXInfo* deviceInfo) {
+    const char* const kScope = kind_.scopes.disconnectDevice;
     if (deviceInfo == nullptr) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "Invalid para: deviceInfo Invalid");
-        return -2;
+        return kInvalidArgument;
     }
     // Out of the store at once, so that nothing new can use the handle; it is released with no
     // lock held (now, or by the engine call still using it when that call ends).
-    if (!Kind::Sessions().Remove(PeerDeviceId(*deviceInfo))) {
+    if (!kind_.sessions().Remove(PeerDeviceId(*deviceInfo))) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "DisconnectDevice, device not connected.");
-        return -4;
+        return kWrongState;
     }
     return 0;
 }
 
-template <typename Kind>
-int SessionOps<Kind>::RegisterPERIXListenerSteps(PERIXInfo* deviceInfo,
-                                                 ProviderListener* listener,
-                                                 const HostRoute& route) {
-    ORBPERIX_KIND_SCOPE("RegisterPERIXListener");
-    if (!Kind::Initialized() || listener == nullptr) {
-        log::Trace(LOG_MESSAGE_ERROR, kScope, Kind::kInitializeFirst);
-        return -4;
+int SessionOps::RegisterPERIXListenerSteps(PERIXInfo* deviceInfo,
+                                           ProviderListener* listener,
+                                           const HostRoute& route) {
+    const char* const kScope = kind_.scopes.registerPERIXListener;
+    if (!kind_.initialized() || listener == nullptr) {
+        log::Trace(LOG_MESSAGE_ERROR, kScope, kind_.initializeFirst);
+        return kWrongState;
     }
     void* handle = nullptr;
     int created = 0;
@@ -94,12 +84,12 @@ int SessionOps<Kind>::RegisterPERIXListenerSteps(PERIXInfo* deviceInfo,
     }
     if (created != 0) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "CreateServiceHandler fail");
-        return -13;
+        return kUnavailable;
     }
-    SessionStore::Lease session = Kind::Sessions().Acquire(PeerDeviceId(*deviceInfo));
+    SessionStore::Lease session = kind_.sessions().Acquire(PeerDeviceId(*deviceInfo));
     const int registered =
         session ? engine::Call(session.Load(), session.Load().main.PERIXRegisterListener,
-                               session.Handle(), &kEngineListener)
+                               session.Handle(), &kind_.engineListener)
                 : kEngineNotAvailable;  // disconnected meanwhile by another thread
     if (registered != 0) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "RegisterPERIXListener failed: ", registered);
@@ -108,77 +98,74 @@ int SessionOps<Kind>::RegisterPERIXListenerSteps(PERIXInfo* deviceInfo,
     return 0;
 }
 
-template <typename Kind>
-int SessionOps<Kind>::CreateServiceHandler(PERIXInfo* deviceInfo, ProviderListener* listener,
-                                           const HostRoute& route, void** out) {
-    ORBPERIX_KIND_SCOPE("CreateServiceHandler");
-    if (BaseProvider::CheckPerixInfoInner(deviceInfo) != 0) {
+int SessionOps::CreateServiceHandler(PERIXInfo* deviceInfo, ProviderListener* listener,
+                                     const HostRoute& route, void** out) {
+    const char* const kScope = kind_.scopes.createServiceHandler;
+    if (CheckPerixInfo(deviceInfo) != 0) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "Invalid para: deviceInfo is invalid");
-        return -2;
+        return kInvalidArgument;
     }
     if (out == nullptr) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "handlerPtr is null");
-        return -13;
+        return kUnavailable;
     }
     const std::string_view peer = PeerDeviceId(*deviceInfo);
     // The key is taken before the engine is asked, so that two registrations of one peer
     // cannot both create a handle, and the record exists before the handle does.
-    switch (Kind::Sessions().Reserve(peer)) {
+    switch (kind_.sessions().Reserve(peer)) {
         case SessionStore::Reservation::kReserved:
             break;
         case SessionStore::Reservation::kExists:
             log::Trace(LOG_MESSAGE_ERROR, kScope, "device already created serviceHandler.");
-            return -4;
+            return kWrongState;
         case SessionStore::Reservation::kNoMemory:
             log::Trace(LOG_MESSAGE_ERROR, kScope, "new PerixSessionInfo fail");
-            return -13;
+            return kUnavailable;
     }
     void* handle = engine::Call(load_, load_.main.PERIXCreateServiceHandle, deviceInfo);
     serviceHandle_.store(handle, std::memory_order_relaxed);
     if (handle == nullptr) {
-        Kind::Sessions().Abandon(peer);
+        kind_.sessions().Abandon(peer);
         log::Trace(LOG_MESSAGE_ERROR, kScope, "PERIXCreateServiceHandle fail");
-        return -13;
+        return kUnavailable;
     }
     const ProviderListener entries = listener != nullptr ? *listener : ProviderListener{};
-    if (!Kind::Sessions().Complete(peer, handle, load_, entries, route)) {
+    if (!kind_.sessions().Complete(peer, handle, load_, entries, route)) {
         // Disconnected while the engine created the handle: nobody else will release it.
         engine::Call(load_, load_.main.PERIXReleaseServiceHandle, handle, nullptr, nullptr);
         log::Trace(LOG_MESSAGE_ERROR, kScope,
                    "CreateServiceHandler: device disconnected while its handle was created");
-        return -13;
+        return kUnavailable;
     }
     *out = handle;
     return 0;
 }
 
-template <typename Kind>
-int SessionOps<Kind>::UnRegisterListener(PERIXInfo* deviceInfo) {
-    ORBPERIX_KIND_SCOPE("UnRegisterListener");
+int SessionOps::UnRegisterListener(PERIXInfo* deviceInfo) {
+    const char* const kScope = kind_.scopes.unRegisterListener;
     SessionStore::Lease session;
     if (deviceInfo != nullptr) {
-        session = Kind::Sessions().Acquire(PeerDeviceId(*deviceInfo));
+        session = kind_.sessions().Acquire(PeerDeviceId(*deviceInfo));
     }
     if (!session) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "connInfo is null, Please RegisterPERIXListener first");
-        return -4;
+        return kWrongState;
     }
     return engine::Call(session.Load(), session.Load().main.PERIXUnRegisterListener,
                         session.Handle());
 }
 
-template <typename Kind>
-int SessionOps<Kind>::RegisterDataListener(const std::string* deviceId, uint32_t type,
-                                           void* callback) {
-    ORBPERIX_KIND_SCOPE("RegisterDataListener");
+int SessionOps::RegisterDataListener(const std::string* deviceId, uint32_t type,
+                                     void* callback) {
+    const char* const kScope = kind_.scopes.registerDataListener;
     if (deviceId == nullptr) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "RegisterDataListener device is null");
-        return -2;
+        return kInvalidArgument;
     }
-    SessionStore::Lease session = Kind::Sessions().Acquire(*deviceId);
+    SessionStore::Lease session = kind_.sessions().Acquire(*deviceId);
     if (!session) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "serviceHandler is null, please ConnectDevice first.");
-        return -4;
+        return kWrongState;
     }
     // The engine's result is deliberately not reported.
     engine::Call(session.Load(), session.Load().main.PERIXRegisterCallback, session.Handle(),
@@ -186,29 +173,27 @@ int SessionOps<Kind>::RegisterDataListener(const std::string* deviceId, uint32_t
     return 0;
 }
 
-template <typename Kind>
-int SessionOps<Kind>::UnRegisterDataListener(const std::string* deviceId, uint32_t /*type*/) {
-    ORBPERIX_KIND_SCOPE("UnRegisterDataListener");
+int SessionOps::UnRegisterDataListener(const std::string* deviceId, uint32_t /*type*/) {
+    const char* const kScope = kind_.scopes.unRegisterDataListener;
     if (deviceId == nullptr) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "UnRegisterDataListener device is null");
-        return -2;
+        return kInvalidArgument;
     }
-    if (!Kind::Sessions().HasHandle(*deviceId)) {
+    if (!kind_.sessions().HasHandle(*deviceId)) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "serviceHandler is null, please ConnectDevice first.");
-        return -4;
+        return kWrongState;
     }
     // Unregistering is a no-op beyond the checks: the engine has no counterpart.
     return 0;
 }
 
-template <typename Kind>
-void SessionOps<Kind>::SendBinaryData(const std::string* deviceId, BinaryData* data) {
-    ORBPERIX_KIND_SCOPE("SendBinaryData");
+void SessionOps::SendBinaryData(const std::string* deviceId, BinaryData* data) {
+    const char* const kScope = kind_.scopes.sendBinaryData;
     if (deviceId == nullptr || data == nullptr || data->data == nullptr) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "SendBinaryData param invalid");
         return;
     }
-    SessionStore::Lease session = Kind::Sessions().Acquire(*deviceId);
+    SessionStore::Lease session = kind_.sessions().Acquire(*deviceId);
     if (!session) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "serviceHandler is null, please ConnectDevice first.");
         return;
@@ -217,47 +202,42 @@ void SessionOps<Kind>::SendBinaryData(const std::string* deviceId, BinaryData* d
         log::Trace(LOG_MESSAGE_ERROR, kScope, "SendBinaryData, data len invalid.");
         return;
     }
-    BinaryData copy{data->word0, data->word1, nullptr, data->len};
-    copy.data = new (std::nothrow) uint8_t[data->len];
-    if (copy.data == nullptr) {
+    const OwnedBytes bytes = CopyBytes(data->data, data->len);
+    if (bytes.noMemory) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "SendBinaryData, new binaryData failed.");
         return;
     }
-    const int copied = platform::BoundedCopy(copy.data, copy.len, data->data, data->len);
-    if (copied != platform::kCopyOk) {
-        log::Trace(LOG_MESSAGE_ERROR, kScope, "SendBinaryData, copy data failed: ", copied);
-        delete[] copy.data;
+    if (!bytes) {
+        log::Trace(LOG_MESSAGE_ERROR, kScope, "SendBinaryData, copy data failed: ",
+                   bytes.copyResult);
         return;
     }
+    BinaryData copy{data->word0, data->word1, bytes.bytes.get(), data->len};
     // The engine's result is deliberately not reported.
     engine::Call(session.Load(), session.Load().main.PERIXSendBinaryData, session.Handle(),
                  &copy);
-    delete[] copy.data;
 }
 
-template <typename Kind>
-int SessionOps<Kind>::SendData(const std::string* deviceId, BinaryData* data) {
+int SessionOps::SendData(const std::string* deviceId, BinaryData* data) {
     SendBinaryData(deviceId, data);
     return 0;
 }
 
-template <typename Kind>
-int SessionOps<Kind>::SendDataNoResult(const std::string* deviceId, BinaryData* data) {
+int SessionOps::SendDataNoResult(const std::string* deviceId, BinaryData* data) {
     SendBinaryData(deviceId, data);
     return 0;
 }
 
-template <typename Kind>
-int SessionOps<Kind>::StartDeviceService(ServiceInfo* service, void* /*reserved*/) {
-    ORBPERIX_KIND_SCOPE("StartDeviceService");
+int SessionOps::StartDeviceService(ServiceInfo* service, void* /*reserved*/) {
+    const char* const kScope = kind_.scopes.startDeviceService;
     if (service == nullptr || service->deviceId.empty()) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "StartDeviceService failed,service or deviceId is null.");
-        return -2;
+        return kInvalidArgument;
     }
-    SessionStore::Lease session = Kind::Sessions().Acquire(service->deviceId);
+    SessionStore::Lease session = kind_.sessions().Acquire(service->deviceId);
     if (!session) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "StartDeviceService failed,serviceHandler is null.");
-        return -4;
+        return kWrongState;
     }
     const PerixVirtualService record{service->serviceId.c_str(),
                                      static_cast<uint32_t>(service->serviceId.size()),
@@ -271,16 +251,15 @@ int SessionOps<Kind>::StartDeviceService(ServiceInfo* service, void* /*reserved*
     return engine::Call(load, load.main.PERIXEnableVirtualService, session.Handle(), &record, 0u);
 }
 
-template <typename Kind>
-int SessionOps<Kind>::StopDeviceService(ServiceInfo* service) {
-    ORBPERIX_KIND_SCOPE("StopDeviceService");
+int SessionOps::StopDeviceService(ServiceInfo* service) {
+    const char* const kScope = kind_.scopes.stopDeviceService;
     if (service == nullptr || service->deviceId.empty()) {
-        return -2;
+        return kInvalidArgument;
     }
-    SessionStore::Lease session = Kind::Sessions().Acquire(service->deviceId);
+    SessionStore::Lease session = kind_.sessions().Acquire(service->deviceId);
     if (!session) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "serviceHandler is null, Please Connect device first.");
-        return -4;
+        return kWrongState;
     }
     const PerixVirtualService record{service->serviceId.c_str(),
                                      static_cast<uint32_t>(service->serviceId.size()),
@@ -296,11 +275,10 @@ int SessionOps<Kind>::StopDeviceService(ServiceInfo* service) {
     return engine::Call(load, load.main.PERIXRemoveVirtualService, session.Handle(), &record);
 }
 
-template <typename Kind>
-void SessionOps<Kind>::RegisterEventCallback(const std::string& deviceId, uint32_t type,
-                                             void* callback) {
-    ORBPERIX_KIND_SCOPE("RegisterEventCallback");
-    SessionStore::Lease session = Kind::Sessions().Acquire(deviceId);
+void SessionOps::RegisterEventCallback(const std::string& deviceId, uint32_t type,
+                                       void* callback) {
+    const char* const kScope = kind_.scopes.registerEventCallback;
+    SessionStore::Lease session = kind_.sessions().Acquire(deviceId);
     if (!session) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "RegisterEventCallback failed, Please Connect device first.");
         return;
@@ -309,12 +287,11 @@ void SessionOps<Kind>::RegisterEventCallback(const std::string& deviceId, uint32
                  type, callback);
 }
 
-template <typename Kind>
-int SessionOps<Kind>::SendByHandler(void* a, void* b, void* c) {
+int SessionOps::SendByHandler(void* a, void* b, void* c) {
     // The most recently created handle, while its session lives; once it has been released
     // the engine gets a null handle, as before any handle was created.
     SessionStore::Lease session =
-        Kind::Sessions().AcquireByHandle(serviceHandle_.load(std::memory_order_relaxed));
+        kind_.sessions().AcquireByHandle(serviceHandle_.load(std::memory_order_relaxed));
     if (session) {
         return engine::Call(session.Load(), session.Load().main.PERIXPassThrough,
                             session.Handle(), a, b, c);
@@ -322,30 +299,8 @@ int SessionOps<Kind>::SendByHandler(void* a, void* b, void* c) {
     return engine::Call(load_, load_.main.PERIXPassThrough, static_cast<void*>(nullptr), a, b, c);
 }
 
-template <typename Kind>
-void SessionOps<Kind>::TearDownSessions() noexcept {
-    Kind::Sessions().RemoveAll();
-}
-
-template <typename Kind>
-void SessionOps<Kind>::OnDeviceChange(void* handle, const void* notify) noexcept {
-    BaseProvider::DeviceChange(Kind::Sessions(), handle,
-                               static_cast<const PerixDeviceChangeNotify*>(notify));
-}
-
-template <typename Kind>
-void SessionOps<Kind>::OnDeviceServiceChange(void* handle, const void* notify) noexcept {
-    BaseProvider::DeviceServiceChange(Kind::Sessions(), handle,
-                                      static_cast<const PerixServiceChangeNotify*>(notify));
-}
-
-template <typename Kind>
-void SessionOps<Kind>::OnDataReceive(void* handle, const void* data) noexcept {
-    BaseProvider::DataReceive(Kind::Sessions(), handle, static_cast<const BinaryData*>(data));
+void SessionOps::TearDownSessions() noexcept {
+    kind_.sessions().RemoveAll();
 }
 
 }  // namespace OrbPerix
-
-#undef ORBPERIX_KIND_SCOPE
-
-#endif  // ORBPERIX_SRC_PROVIDER_SESSION_OPS_IMPL_H_

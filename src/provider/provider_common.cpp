@@ -1,4 +1,4 @@
-#include "provider/base_provider.h"
+#include "provider/provider_common.h"
 
 #include <new>
 #include <string>
@@ -9,28 +9,30 @@
 #include "engine/engine_gate.h"
 #include "platform/platform.h"
 #include "provider/delivery.h"
+#include "provider/owned_bytes.h"
 #include "provider/session_store.h"
+#include "util/result.h"
 
 namespace OrbPerix {
 
-int BaseProvider::CheckPerixInfoInner(const PERIXInfo* deviceInfo) {
+int CheckPerixInfo(const PERIXInfo* deviceInfo) {
     static const char* const kScope = "OrbPerix::BaseProvider::CheckPerixInfoInner";
     if (deviceInfo == nullptr) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "Invalid para: deviceInfo is null");
-        return -2;
+        return kInvalidArgument;
     }
     // The identifier arrays are inline, so for a non-null record they always exist; their
     // lengths and contents are left to the engine on purpose (an empty id passes).
     if (deviceInfo->serverPort < 0 || deviceInfo->connectType == 0) {
         log::Trace(LOG_MESSAGE_ERROR, kScope,
                    "Invalid para: serverPort is invalid or connectType is invalid");
-        return -2;
+        return kInvalidArgument;
     }
     return 0;
 }
 
-void BaseProvider::DeviceChange(SessionStore& sessions, void* handle,
-                                const PerixDeviceChangeNotify* notify) noexcept {
+void ForwardDeviceChange(SessionStore& sessions, void* handle,
+                         const PerixDeviceChangeNotify* notify) noexcept {
     static const char* const kScope = "OrbPerix::BaseProvider::DeviceChange";
     static const char* const kEvent = "On DeviceChange";
     engine::CallbackScope inCallback;
@@ -61,8 +63,8 @@ void BaseProvider::DeviceChange(SessionStore& sessions, void* handle,
     }
 }
 
-void BaseProvider::DeviceServiceChange(SessionStore& sessions, void* handle,
-                                       const PerixServiceChangeNotify* notify) noexcept {
+void ForwardServiceChange(SessionStore& sessions, void* handle,
+                          const PerixServiceChangeNotify* notify) noexcept {
     static const char* const kScope = "OrbPerix::BaseProvider::DeviceServiceChange";
     static const char* const kEvent = "On DeviceServiceChange";
     engine::CallbackScope inCallback;
@@ -96,8 +98,8 @@ void BaseProvider::DeviceServiceChange(SessionStore& sessions, void* handle,
     }
 }
 
-void BaseProvider::DataReceive(SessionStore& sessions, void* handle,
-                               const BinaryData* data) noexcept {
+void ForwardDataReceive(SessionStore& sessions, void* handle,
+                        const BinaryData* data) noexcept {
     static const char* const kScope = "OrbPerix::BaseProvider::DataReceive";
     static const char* const kEvent = "On DataReceive";
     engine::CallbackScope inCallback;
@@ -126,21 +128,18 @@ void BaseProvider::DataReceive(SessionStore& sessions, void* handle,
                           kMaxEnginePayloadLength)) {
         return;
     }
-    BinaryData copy{data->word0, data->word1, nullptr, data->len};
-    copy.data = new (std::nothrow) uint8_t[data->len];
-    if (copy.data == nullptr) {
+    const OwnedBytes bytes = CopyBytes(data->data, data->len);
+    if (bytes.noMemory) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "On DataReceive, new data failed: , dataLen: ",
                    data->len);
         return;
     }
-    if (data->len > 0) {
-        const int copied = platform::BoundedCopy(copy.data, data->len, data->data, data->len);
-        if (copied != platform::kCopyOk) {
-            log::Trace(LOG_MESSAGE_ERROR, kScope, "On DataReceive, copy data failed: ", copied);
-            delete[] copy.data;
-            return;
-        }
+    if (!bytes) {
+        log::Trace(LOG_MESSAGE_ERROR, kScope, "On DataReceive, copy data failed: ",
+                   bytes.copyResult);
+        return;
     }
+    BinaryData copy{data->word0, data->word1, bytes.bytes.get(), data->len};
     try {
         // The listener takes the device id by value: it gets this private copy, moved, so that
         // no allocation happens inside the listener guard (where it would read as a throwing
@@ -150,10 +149,9 @@ void BaseProvider::DataReceive(SessionStore& sessions, void* handle,
     } catch (const std::bad_alloc&) {
         LogNoMemory(kScope, kEvent);
     }
-    delete[] copy.data;
 }
 
-uint32_t BaseProvider::ConvertAudioDeviceType(uint32_t type) {
+uint32_t ConvertAudioDeviceType(uint32_t type) {
     switch (type) {
         case 0: return 3;
         case 1: return 2;
@@ -166,7 +164,7 @@ uint32_t BaseProvider::ConvertAudioDeviceType(uint32_t type) {
     }
 }
 
-uint32_t BaseProvider::ConvertAudioServiceType(uint32_t type) {
+uint32_t ConvertAudioServiceType(uint32_t type) {
     switch (type) {
         case 3: return 0;
         case 2: return 1;

@@ -2,8 +2,8 @@
 // and the simulated peer. Not part of OrbPerixProvider.
 //
 // DecodePacket is a pure function; safe from any thread.
-#ifndef ORBPERIX_TOOLS_PACKET_PACKET_DECODER_H_
-#define ORBPERIX_TOOLS_PACKET_PACKET_DECODER_H_
+#ifndef ORBPERIX_LIB_PACKET_PACKET_DECODER_H_
+#define ORBPERIX_LIB_PACKET_PACKET_DECODER_H_
 
 #include <cstddef>
 #include <cstdint>
@@ -85,4 +85,4 @@ std::string Describe(const DecodedPacket& packet);
 }  // namespace packet
 }  // namespace OrbPerix
 
-#endif  // ORBPERIX_TOOLS_PACKET_PACKET_DECODER_H_
+#endif  // ORBPERIX_LIB_PACKET_PACKET_DECODER_H_

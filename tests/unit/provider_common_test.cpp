@@ -1,16 +1,19 @@
-// The provider base: the device-record check, the audio type conversions, and the forwarding of
-// engine notifications to host listeners as private copies (through the input provider's
+// The providers' shared code: the device-record check and the forwarding of engine
+// notifications to host listeners as private copies (through the input provider's
 // registered callbacks, fired by the simulated engine).
 #include <cstring>
 
 #include "input_test_helpers.h"
-#include "provider/base_provider.h"
+#include "provider/provider_common.h"
 #include "provider/session_store.h"
 
 namespace {
 
 using namespace input_test;
-using OrbPerix::BaseProvider;
+using OrbPerix::CheckPerixInfo;
+using OrbPerix::ForwardDataReceive;
+using OrbPerix::ForwardDeviceChange;
+using OrbPerix::ForwardServiceChange;
 
 const std::string kCheckScope = "OrbPerix::BaseProvider::CheckPerixInfoInner";
 
@@ -24,40 +27,22 @@ TEST(CheckPerixInfo, EmptyIdentifiersWithPortZeroAndTypeOneAreValid) {
     std::memset(&info, 0, sizeof(info));
     info.serverPort = 0;
     info.connectType = 1;
-    EXPECT_EQ(0, BaseProvider::CheckPerixInfoInner(&info));
+    EXPECT_EQ(0, CheckPerixInfo(&info));
     EXPECT_TRUE(TraceLines().empty());
 }
 
 TEST(CheckPerixInfo, NullNegativePortAndZeroConnectTypeAreRefused) {
     ClearLogs();
-    EXPECT_EQ(-2, BaseProvider::CheckPerixInfoInner(nullptr));
+    EXPECT_EQ(-2, CheckPerixInfo(nullptr));
     PERIXInfo negativePort = MakeInfo("peer", -1, 1);
-    EXPECT_EQ(-2, BaseProvider::CheckPerixInfoInner(&negativePort));
+    EXPECT_EQ(-2, CheckPerixInfo(&negativePort));
     PERIXInfo zeroType = MakeInfo("peer", 1, 0);
-    EXPECT_EQ(-2, BaseProvider::CheckPerixInfoInner(&zeroType));
+    EXPECT_EQ(-2, CheckPerixInfo(&zeroType));
     const std::string bad = "Invalid para: serverPort is invalid or connectType is invalid";
     EXPECT_EQ((std::vector<LogLine>{
                   {4, BaseLine("Invalid para: deviceInfo is null", "CheckPerixInfoInner")},
                   {4, BaseLine(bad, "CheckPerixInfoInner")},
                   {4, BaseLine(bad, "CheckPerixInfoInner")}}),
-              TraceLines());
-}
-
-TEST(AudioTypes, ConversionsAreInverseAndUnknownTypesFallBackWithALine) {
-    ClearLogs();
-    const uint32_t host[] = {0, 1, 2, 3};
-    const uint32_t engine[] = {3, 2, 10, 9};
-    for (int i = 0; i < 4; ++i) {
-        EXPECT_EQ(engine[i], BaseProvider::ConvertAudioDeviceType(host[i]));
-        EXPECT_EQ(host[i], BaseProvider::ConvertAudioServiceType(engine[i]));
-    }
-    EXPECT_TRUE(TraceLines().empty());
-    EXPECT_EQ(3u, BaseProvider::ConvertAudioDeviceType(4));
-    EXPECT_EQ(0u, BaseProvider::ConvertAudioServiceType(4));
-    EXPECT_EQ((std::vector<LogLine>{
-                  {4, BaseLine("Invalid deviceType 4, using default value", "ConvertAudioDeviceType")},
-                  {4, BaseLine("Invalid serviceType 4, using default value",
-                               "ConvertAudioServiceType")}}),
               TraceLines());
 }
 
@@ -144,9 +129,9 @@ TEST_F(Forwarding, NullNotificationsAndUnknownHandlesLogTheirOwnLines) {
     BinaryData data{0, 0, &byte, 1};
     void* unknown = reinterpret_cast<void*>(static_cast<uintptr_t>(0x7777));
     OrbPerix::SessionStore empty;
-    BaseProvider::DeviceChange(empty, unknown, &device);
-    BaseProvider::DeviceServiceChange(empty, unknown, &service);
-    BaseProvider::DataReceive(empty, unknown, &data);
+    ForwardDeviceChange(empty, unknown, &device);
+    ForwardServiceChange(empty, unknown, &service);
+    ForwardDataReceive(empty, unknown, &data);
     EXPECT_EQ((std::vector<LogLine>{
                   {4, BaseLine("On DeviceChange, Listen function is null", "DeviceChange")},
                   {4, BaseLine("On DeviceServiceChange, Listen function is null",

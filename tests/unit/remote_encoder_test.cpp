@@ -1,0 +1,952 @@
+// The remote-control encoder, grouped by event kind: exact packet bytes (golden arrays built
+// through the exported sender with a controlled time base, so every packet carries the
+// timestamp 1234 ms, 00 00 04 D2), refusals and their log lines, capacity limits, timestamp and
+// padding, and the sender itself.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cmath>
+#include <limits>
+#include <set>
+#include <thread>
+
+#include "packet_decoder.h"
+#include "platform/platform.h"
+#include "remote/framing.h"
+#include "remote/remote_controller.h"
+#include "remote_test_helpers.h"
+#include "util/elapsed.h"
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+using remote_test::ErrorLine;
+using remote_test::FailedBodyLines;
+using remote_test::FailedBodyTail;
+using remote_test::Send;
+using remote_test::SendResult;
+using remote_test::Event;
+using remote_test::kGuard;
+using remote_test::kPacketScope;
+const std::string kContentScope = "RemoteUtil::RemoteController::ConstructInputContentEvent";
+const std::string kMessageScope = "RemoteUtil::RemoteController::ConstructMessageEvent";
+
+// ---- Every kind: header, refusals, capacities, timestamp and padding.
+
+TEST(EncoderFraming, HeaderFlagsMapThreeBitsAndTagCopiesTheLowByte) {
+    struct Case {
+        uint32_t headerFlags;
+        uint8_t byte0;
+    };
+    const Case cases[] = {
+        {0x08, 0x08}, {0x20, 0x04}, {0x40, 0x02}, {0x68, 0x0E},
+        {0xFFFFFF97, 0x00},  // every other bit is ignored
+        {0xFFFFFFFF, 0x0E},
+    };
+    for (const Case& c : cases) {
+        RemoteCtrlEvent event = Event(3);
+        event.headerFlags = c.headerFlags;
+        event.headerTag = 0x123456A5;
+        event.reserved = 0xFFFFFFFF;  // never read
+        const SendResult result = Send(event, 109, 105);
+        ASSERT_EQ(result.length, 20);
+        EXPECT_EQ(result.buffer[0], c.byte0) << std::hex << c.headerFlags;
+        EXPECT_EQ(result.buffer[4], 0xA5);
+        EXPECT_EQ(Bytes(result.buffer.begin() + 5, result.buffer.begin() + 10), Bytes(5, 0));
+    }
+}
+
+TEST(EncoderFraming, TimestampIsBigEndianMilliseconds) {
+    RemoteCtrlEvent event = Event(6);
+    for (int64_t ms : {int64_t{0}, int64_t{1}, int64_t{0xABCDEF}}) {
+        const SendResult result = Send(event, 109, 105, ms);
+        ASSERT_EQ(result.length, 26);
+        const Bytes expected = {static_cast<uint8_t>(ms >> 24), static_cast<uint8_t>(ms >> 16),
+                                static_cast<uint8_t>(ms >> 8), static_cast<uint8_t>(ms)};
+        EXPECT_EQ(Bytes(result.buffer.begin() + 22, result.buffer.begin() + 26), expected) << ms;
+    }
+}
+
+// Coordinates: truncated to int32 (0 when out of range or NaN), low 16 bits, high byte first.
+TEST(EncoderFraming, CoordinateConversionSweep) {
+    struct Case {
+        double value;
+        uint16_t wire;
+    };
+    const double inf = std::numeric_limits<double>::infinity();
+    const Case cases[] = {
+        {70000.0, 0x1170},
+        {-1.5, 0xFFFF},
+        {-0.9, 0x0000},
+        {0.9999, 0x0000},
+        {65535.0, 0xFFFF},
+        {65536.0, 0x0000},
+        {-32768.0, 0x8000},
+        {2147483647.9, 0xFFFF},    // INT32_MAX
+        {2147483648.0, 0x0000},    // out of range
+        {-2147483648.9, 0x0000},   // truncates to INT32_MIN, low bits 0
+        {-2147483647.0, 0x0001},
+        {-2147483649.0, 0x0000},   // out of range
+        {1e300, 0x0000},
+        {-1e300, 0x0000},
+        {inf, 0x0000},
+        {-inf, 0x0000},
+        {std::numeric_limits<double>::quiet_NaN(), 0x0000},
+        {std::numeric_limits<double>::denorm_min(), 0x0000},
+    };
+    for (const Case& c : cases) {
+        RemoteCtrlEvent event = Event(6);
+        event.payload.mouse.coords[2] = c.value;
+        const SendResult result = Send(event, 109, 105);
+        ASSERT_EQ(result.length, 26);
+        EXPECT_EQ(result.buffer[18], c.wire >> 8) << c.value;
+        EXPECT_EQ(result.buffer[19], c.wire & 0xFF) << c.value;
+    }
+}
+
+TEST(EncoderFraming, RotateAndReservedKindFailWithoutAnEncoderMessage) {
+    for (uint32_t type : {4u, 5u}) {
+        RemoteCtrlEvent event = Event(type);
+        ClearLogs();
+        EXPECT_EQ(Send(event, 109, 105).length, -1) << "type " << type;
+        EXPECT_EQ(TraceLines(), FailedBodyTail()) << "type " << type;
+    }
+}
+
+TEST(EncoderFraming, TypesAboveTenAreRefusedBeforeAnyBody) {
+    for (uint32_t type : {11u, 0xFFFFFFFFu}) {
+        RemoteCtrlEvent event = Event(type);
+        ClearLogs();
+        const SendResult result = Send(event, 109, 105);
+        EXPECT_EQ(result.length, -1);
+        const std::vector<LogLine> expected = {
+            ErrorLine("ConstructInputBody, unsupported packet type " + std::to_string(type),
+                      "RemoteUtil::RemoteController::ConstructInputBody"),
+            ErrorLine("ConstructRemoteCtrlPacket, bodylength invalid", kPacketScope)};
+        EXPECT_EQ(TraceLines(), expected);
+        EXPECT_EQ(std::vector<uint8_t>(result.buffer.begin(), result.buffer.begin() + 105),
+                  std::vector<uint8_t>(105, 0));
+    }
+}
+
+// Every kind, at every capacity up to the header's size, fails with a logged reason, and
+// writes nothing but zeros over the capacity.
+TEST(EncoderFraming, CapacitiesUpToTheHeaderSizeFailEveryKind) {
+    for (uint32_t type = 0; type <= 10; ++type) {
+        RemoteCtrlEvent event = Event(type);
+        event.payload.input.content.contentLength = 1;   // valid text (type 7)
+        event.payload.message.messageLength = 3;         // valid message (type 10)
+        for (uint8_t capacity = 0; capacity <= 10; ++capacity) {
+            ClearLogs();
+            const SendResult result = Send(event, 32, capacity);
+            EXPECT_EQ(result.length, -1) << "type " << type << " capacity " << int{capacity};
+            const std::vector<LogLine> lines = TraceLines();
+            ASSERT_GE(lines.size(), 3u);
+            EXPECT_EQ(lines.back(),
+                      ErrorLine("ConstructRemoteCtrlPacket, bodylength invalid", kPacketScope));
+            for (size_t at = 0; at < result.buffer.size(); ++at) {
+                EXPECT_EQ(result.buffer[at], at < capacity ? 0 : kGuard)
+                    << "type " << type << " capacity " << int{capacity} << " byte " << at;
+            }
+        }
+    }
+}
+
+// For each fixed-size kind: the largest capacity its encoder refuses, and the smallest that
+// yields a packet. Odd bodies need their padding byte inside the capacity too, so for them the
+// two are further apart and the smallest capacity equals the packet length.
+TEST(EncoderFraming, FixedKindsCapacityThresholds) {
+    struct Case {
+        uint32_t type;
+        uint32_t action;
+        uint8_t refusedByEncoder;
+        uint8_t smallest;
+        int packetLength;
+        std::string encoder;
+    };
+    const Case cases[] = {
+        {1, 0, 22, 23, 26, "ConstructKeyEvent"},
+        {2, 0, 19, 24, 24, "ConstructZoomEvent"},
+        {3, 0, 15, 20, 20, "ConstructScrollEvent"},
+        {6, 0, 22, 23, 26, "ConstructMouseEvent"},
+        {7, 1, 22, 23, 26, "ConstructInputFocusEvent"},
+        {8, 0, 20, 21, 24, "ConstructWheelEvent"},
+        {9, 0, 17, 22, 22, "ConstructVirtualKeyEvent"},
+    };
+    for (const Case& c : cases) {
+        RemoteCtrlEvent event = Event(c.type);
+        event.payload.key.action = c.action;  // the action word leads every member
+        ClearLogs();
+        EXPECT_EQ(Send(event, 64, c.refusedByEncoder).length, -1) << c.encoder;
+        EXPECT_EQ(TraceLines(),
+                  FailedBodyLines(ErrorLine(c.encoder + ", param not valid",
+                                            "RemoteUtil::RemoteController::" + c.encoder)));
+        ClearLogs();
+        EXPECT_EQ(Send(event, 64, static_cast<uint8_t>(c.smallest - 1)).length, -1) << c.encoder;
+        EXPECT_FALSE(TraceLines().empty()) << c.encoder;
+        EXPECT_EQ(Send(event, 64, c.smallest).length, c.packetLength) << c.encoder;
+    }
+}
+
+TEST(EncoderFraming, OddBodyEndingAtTheCapacityCannotBePadded) {
+    // Scroll: 5 body bytes + 4 timestamp bytes = 9, odd; a body capacity of exactly 9 leaves
+    // no byte for the padding.
+    RemoteCtrlEvent event = Event(3);
+    ClearLogs();
+    const SendResult result = Send(event, 64, 19);
+    EXPECT_EQ(result.length, -1);
+    const std::vector<LogLine> expected = {
+        ErrorLine("DoPaddingOperation, invalid memory for padding",
+                  "RemoteUtil::DoPaddingOperation"),
+        ErrorLine("ConstructRemoteCtrlPacket, bodylength invalid", kPacketScope)};
+    EXPECT_EQ(TraceLines(), expected);
+    EXPECT_EQ(Send(event, 64, 20).length, 20);
+}
+
+TEST(EncoderFraming, ControllerRejectsNullBufferAndNullEvent) {
+    RemoteUtil::RemoteController controller;
+    const remote_test::TimeBase base = remote_test::TimeBaseAt(0);
+    RemoteCtrlEvent event = Event(6);
+    ClearLogs();
+    EXPECT_EQ(controller.ConstructRemoteCtrlPacket(&event, nullptr, 105, base.start,
+                                                   base.frequency),
+              -1);
+    std::vector<uint8_t> buffer(109, kGuard);
+    EXPECT_EQ(controller.ConstructRemoteCtrlPacket(nullptr, buffer.data(), 105, base.start,
+                                                   base.frequency),
+              -1);
+    const std::vector<LogLine> expected = {
+        ErrorLine("ConstructRemoteCtrlPacket param invalid", kPacketScope),
+        ErrorLine("ConstructRemoteCtrlPacket, event invalid", kPacketScope)};
+    EXPECT_EQ(TraceLines(), expected);
+    // The capacity is zeroed before the event is looked at.
+    EXPECT_EQ(std::vector<uint8_t>(buffer.begin(), buffer.begin() + 105),
+              std::vector<uint8_t>(105, 0));
+    EXPECT_EQ(buffer[105], kGuard);
+
+    ClearLogs();
+    EXPECT_EQ(controller.ConstructInputBody(nullptr, buffer.data(), 95, base.start,
+                                            base.frequency),
+              -1);
+    EXPECT_EQ(TraceLines(), (std::vector<LogLine>{ErrorLine(
+                                "event or buffer is null",
+                                "RemoteUtil::RemoteController::ConstructInputBody")}));
+}
+
+TEST(EncoderFraming, PaddingStep) {
+    uint8_t body[8];
+    std::fill(std::begin(body), std::end(body), kGuard);
+    EXPECT_EQ(RemoteUtil::DoPaddingOperation(body, 8, 6), 6);  // even: untouched
+    EXPECT_EQ(body[6], kGuard);
+    EXPECT_EQ(RemoteUtil::DoPaddingOperation(body, 8, 7), 8);  // odd, room left
+    EXPECT_EQ(body[7], 0);
+
+    ClearLogs();
+    EXPECT_EQ(RemoteUtil::DoPaddingOperation(body, 8, 8 + 1), 0);  // odd, no room
+    EXPECT_EQ(RemoteUtil::DoPaddingOperation(body, 8, -1), -1);
+    EXPECT_EQ(RemoteUtil::DoPaddingOperation(body, 8, 0), 0);
+    EXPECT_EQ(RemoteUtil::DoPaddingOperation(body, 0, 5), 5);
+    const LogLine invalid = ErrorLine("DoPaddingOperation, bodylength invalid",
+                                      "RemoteUtil::DoPaddingOperation");
+    const std::vector<LogLine> expected = {
+        ErrorLine("DoPaddingOperation, invalid memory for padding",
+                  "RemoteUtil::DoPaddingOperation"),
+        invalid, invalid, invalid};
+    EXPECT_EQ(TraceLines(), expected);
+}
+
+TEST(EncoderFraming, TimestampStepSharesThePaddingMessage) {
+    uint8_t body[8];
+    std::fill(std::begin(body), std::end(body), kGuard);
+    const remote_test::TimeBase base = remote_test::TimeBaseAt(0x010203);
+    ClearLogs();
+    EXPECT_EQ(RemoteUtil::AddTimeStamp(body, 0, 2, base.start, base.frequency), 2);
+    EXPECT_EQ(RemoteUtil::AddTimeStamp(body, 8, 0, base.start, base.frequency), 0);
+    EXPECT_EQ(RemoteUtil::AddTimeStamp(body, 8, -1, base.start, base.frequency), -1);
+    const LogLine line = ErrorLine("DoPaddingOperation, bodylength invalid",
+                                   "RemoteUtil::AddTimeStamp");
+    EXPECT_EQ(TraceLines(), (std::vector<LogLine>{line, line, line}));
+    EXPECT_EQ(body[0], kGuard);
+
+    // Written without a capacity check: the caller guarantees the room.
+    EXPECT_EQ(RemoteUtil::AddTimeStamp(body, 2, 2, base.start, base.frequency), 6);
+    EXPECT_EQ(std::vector<uint8_t>(body + 2, body + 6), (std::vector<uint8_t>{0, 1, 2, 3}));
+}
+
+// The poster stamps its input time from the reading the timestamp step took: the same counter
+// value that the appended milliseconds were computed from, kept only by the innermost reading
+// of the thread, and nothing for a body that got no timestamp.
+TEST(EncoderFraming, TimeStampReadingKeepsTheCounterOfTheAppendedTimestamp) {
+    uint8_t body[8] = {};
+    LARGE_INTEGER start{};
+    start.QuadPart = OrbPerix::platform::PerformanceCounter() - 5000;
+    LARGE_INTEGER frequency{};
+    frequency.QuadPart = 1000;  // one tick a millisecond: the bytes show the counter itself
+    RemoteUtil::TimeStampReading outer;
+    {
+        RemoteUtil::TimeStampReading inner;
+        ClearLogs();
+        EXPECT_EQ(RemoteUtil::AddTimeStamp(body, 8, 0, start, frequency), 0);
+        EXPECT_FALSE(inner.Taken()) << "a failed body has no timestamp";
+        const int64_t before = OrbPerix::platform::PerformanceCounter();
+        ASSERT_EQ(RemoteUtil::AddTimeStamp(body, 8, 2, start, frequency), 6);
+        const int64_t after = OrbPerix::platform::PerformanceCounter();
+        ASSERT_TRUE(inner.Taken());
+        EXPECT_GE(inner.Counter(), before);
+        EXPECT_LE(inner.Counter(), after);
+        const uint32_t stamped = static_cast<uint32_t>(body[2]) << 24 |
+                                 static_cast<uint32_t>(body[3]) << 16 |
+                                 static_cast<uint32_t>(body[4]) << 8 | body[5];
+        EXPECT_EQ(static_cast<uint32_t>(OrbPerix::ElapsedMilliseconds(
+                      inner.Counter(), start.QuadPart, frequency.QuadPart)),
+                  stamped);
+        EXPECT_FALSE(outer.Taken()) << "only the innermost reading keeps it";
+    }
+    ASSERT_EQ(RemoteUtil::AddTimeStamp(body, 8, 2, start, frequency), 6);
+    EXPECT_TRUE(outer.Taken()) << "the outer reading is current again";
+}
+
+TEST(EncoderFraming, ElapsedMillisecondsTruncatesTowardZeroAndNeverTraps) {
+    using OrbPerix::ElapsedMilliseconds;
+    EXPECT_EQ(ElapsedMilliseconds(2500, 0, 1000), 2500);
+    EXPECT_EQ(ElapsedMilliseconds(10, 0, 3), 3333);
+    EXPECT_EQ(ElapsedMilliseconds(0, 10, 3), -3333);  // toward zero, not down
+    EXPECT_EQ(ElapsedMilliseconds(5, 5, 1), 0);
+    EXPECT_EQ(ElapsedMilliseconds(123, 0, 0), 0);     // no time base
+    EXPECT_EQ(ElapsedMilliseconds(7, 0, -1), -7000);
+    // The platforms' own frequencies take a shortcut; it must agree with the formula on both
+    // sides of zero and at the edge where ticks * 1000 still fits.
+    const int64_t edge = std::numeric_limits<int64_t>::max() / 1000;
+    for (int64_t frequency : {int64_t{1'000'000'000}, int64_t{10'000'000}, int64_t{999'999}}) {
+        for (int64_t ticks : {int64_t{0}, int64_t{1}, int64_t{-1}, frequency / 1000 - 1,
+                              frequency / 1000, -frequency / 1000 - 1, int64_t{123456789012345},
+                              -int64_t{123456789012345}, edge, -edge}) {
+            EXPECT_EQ(ElapsedMilliseconds(ticks, 0, frequency), ticks * 1000 / frequency)
+                << ticks << " ticks at " << frequency;
+            EXPECT_EQ(ElapsedMilliseconds(1000 + ticks, 1000, frequency),
+                      ticks * 1000 / frequency);
+        }
+    }
+    // Beyond the edge the product wraps instead of overflowing; defined for any input.
+    EXPECT_EQ(ElapsedMilliseconds(edge + 1, 0, 1'000'000'000),
+              static_cast<int64_t>(static_cast<uint64_t>(edge + 1) * 1000u) / 1'000'000'000);
+    const int64_t max = std::numeric_limits<int64_t>::max();
+    const int64_t min = std::numeric_limits<int64_t>::min();
+    (void)ElapsedMilliseconds(max, min, -1);
+    (void)ElapsedMilliseconds(min, max, 1);
+}
+
+// ---- Mouse (type 6).
+
+TEST(EncoderMouse, MouseButtonDownIsTheTwentySixByteExample) {
+    RemoteCtrlEvent event = Event(6);
+    event.payload.mouse.action = 0;
+    event.payload.mouse.button = 1;
+    event.payload.mouse.coords[0] = 100.7;
+    event.payload.mouse.coords[1] = 200.2;
+    const SendResult result = Send(event, 105 + 4, 105);
+    const Bytes expected = {
+        0x00,                          // flags
+        0x00,                          // class 0
+        0x00, 0x1A,                    // packet length 26
+        0x00,                          // tag
+        0x00, 0x00, 0x00, 0x00, 0x00,  // reserved
+        0x0E,                          // code 14: button down
+        0x00, 0x09,                    // body length 9
+        0x01,                          // button
+        0x00, 0x64,                    // coords[0] 100.7 -> 100
+        0x00, 0xC8,                    // coords[1] 200.2 -> 200
+        0x00, 0x00, 0x00, 0x00,        // coords[2], coords[3]
+        0x00, 0x00, 0x04, 0xD2,        // 1234 ms; 26 is even, no padding
+    };
+    EXPECT_EQ(result.length, 26);
+    EXPECT_EQ(result.Packet(), expected);
+}
+
+TEST(EncoderMouse, MouseActionsSelectTheirCodesAndOthersFail) {
+    const uint8_t codes[] = {14, 15, 16};
+    for (uint32_t action = 0; action < 3; ++action) {
+        RemoteCtrlEvent event = Event(6);
+        event.payload.mouse.action = action;
+        const SendResult result = Send(event, 109, 105);
+        ASSERT_EQ(result.length, 26) << "action " << action;
+        EXPECT_EQ(result.buffer[10], codes[action]) << "action " << action;
+    }
+    RemoteCtrlEvent event = Event(6);
+    event.payload.mouse.action = 3;
+    ClearLogs();
+    EXPECT_EQ(Send(event, 109, 105).length, -1);
+    EXPECT_EQ(TraceLines(), remote_test::FailedBodyLines(remote_test::ErrorLine(
+                                "ConstructMouseEvent, unknown type",
+                                "RemoteUtil::RemoteController::ConstructMouseEvent")));
+}
+
+// ---- Touch (type 0).
+
+TEST(EncoderTouch, TouchWithoutPointersIsEighteenBytes) {
+    RemoteCtrlEvent event = Event(0);
+    event.payload.touch.action = 1;
+    const SendResult result = Send(event, 109, 105);
+    const Bytes expected = {
+        0x00, 0x00, 0x00, 0x12, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,  // header, length 18
+        0x0F,                    // code 15: pointer up
+        0x00, 0x01,              // body length 9*0 + 1
+        0x00,                    // pointer count
+        0x00, 0x00, 0x04, 0xD2,  // timestamp; 4 + 4 is even
+    };
+    EXPECT_EQ(result.length, 18);
+    EXPECT_EQ(result.Packet(), expected);
+}
+
+TEST(EncoderTouch, TouchWithOnePointerReservesNineBytesAndPads) {
+    RemoteCtrlEvent event = Event(0);
+    event.payload.touch.action = 2;
+    event.payload.touch.pointerCount = 1;
+    event.payload.touch.pointerIds[0] = 7;
+    event.payload.touch.x[0] = 300.9;
+    event.payload.touch.y[0] = -2.0;
+    const SendResult result = Send(event, 109, 105);
+    const Bytes expected = {
+        0x00, 0x00, 0x00, 0x1C, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,  // header, length 28
+        0x02,                    // code 2: move
+        0x00, 0x0B,              // body length 9 + 1 + 1 (padding)
+        0x01,                    // pointer count
+        0x07,                    // id
+        0x01, 0x2C,              // x 300.9 -> 300
+        0xFF, 0xFE,              // y -2 -> 0xFFFE
+        0x00, 0x00, 0x00, 0x00,  // the 4 reserved bytes of the pointer
+        0x00, 0x00, 0x04, 0xD2,  // timestamp
+        0x00,                    // padding: 13 + 4 is odd
+    };
+    EXPECT_EQ(result.length, 28);
+    EXPECT_EQ(result.Packet(), expected);
+}
+
+RemoteCtrlEvent TouchWithPointers(uint8_t count) {
+    RemoteCtrlEvent event = Event(0);
+    event.payload.touch.action = 0;
+    event.payload.touch.pointerCount = count;
+    for (int i = 0; i < 10; ++i) {
+        event.payload.touch.pointerIds[i] = static_cast<uint8_t>(i + 1);
+        event.payload.touch.x[i] = 10.0 * (i + 1);
+        event.payload.touch.y[i] = 1000.0 + i;
+    }
+    return event;
+}
+
+TEST(EncoderTouch, TenPointerTouchOverrunsCapacityByThree) {
+    RemoteCtrlEvent event = TouchWithPointers(10);
+    const SendResult result = Send(event, 105 + 8, 105);
+    ASSERT_EQ(result.length, 108);
+    const Bytes header = {0x00, 0x00, 0x00, 0x6C, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00};
+    EXPECT_EQ(Bytes(result.buffer.begin(), result.buffer.begin() + 10), header);
+    EXPECT_EQ(result.buffer[10], 14);   // pointer down
+    EXPECT_EQ(result.buffer[11], 0x00);  // body length 91 = 9*10 + 1
+    EXPECT_EQ(result.buffer[12], 91);
+    EXPECT_EQ(result.buffer[13], 10);   // pointer count
+    for (int i = 0; i < 10; ++i) {
+        const size_t at = 14 + 5 * static_cast<size_t>(i);
+        const int x = 10 * (i + 1);
+        const int y = 1000 + i;
+        EXPECT_EQ(result.buffer[at], i + 1) << "id of pointer " << i;
+        EXPECT_EQ(result.buffer[at + 1], x >> 8) << "pointer " << i;
+        EXPECT_EQ(result.buffer[at + 2], x & 0xFF) << "pointer " << i;
+        EXPECT_EQ(result.buffer[at + 3], y >> 8) << "pointer " << i;
+        EXPECT_EQ(result.buffer[at + 4], y & 0xFF) << "pointer " << i;
+    }
+    // Bytes 4 + 5n to 9n + 3 of the body (packet 64..103) are the reserved tail.
+    for (size_t at = 64; at < 104; ++at) {
+        EXPECT_EQ(result.buffer[at], 0) << "reserved byte " << at;
+    }
+    // The timestamp lands on 104..107: three bytes past the capacity of 105.
+    EXPECT_EQ(Bytes(result.buffer.begin() + 104, result.buffer.begin() + 108),
+              (Bytes{0x00, 0x00, 0x04, 0xD2}));
+    EXPECT_EQ(result.buffer[108], kGuard);
+}
+
+TEST(EncoderTouch, ElevenPointersDoNotFitCapacity105) {
+    RemoteCtrlEvent event = TouchWithPointers(11);
+    ClearLogs();
+    const SendResult result = Send(event, 109, 105);
+    EXPECT_EQ(result.length, -1);
+    EXPECT_EQ(TraceLines(), remote_test::FailedBodyLines(remote_test::ErrorLine(
+                                "ConstructTouchEvent, buffer size is not enough",
+                                "RemoteUtil::RemoteController::ConstructTouchEvent")));
+    // Only the capacity was zeroed; nothing was written behind it.
+    for (size_t at = 105; at < result.buffer.size(); ++at) {
+        EXPECT_EQ(result.buffer[at], kGuard) << at;
+    }
+}
+
+TEST(EncoderTouch, TouchBeyondTenPointersReadsOnThroughThePayload) {
+    // Pointer i of a larger count sits where the arrays would continue: id 10 is the byte
+    // behind pointerIds, x[10] is the first double of the y array, and y[10] the 8 payload
+    // bytes behind the touch member.
+    RemoteCtrlEvent event = TouchWithPointers(11);
+    const double behindTouch = 77.0;
+    std::memcpy(reinterpret_cast<unsigned char*>(&event.payload) + sizeof(RemoteTouchEvent),
+                &behindTouch, sizeof(behindTouch));
+    const SendResult result = Send(event, 255 + 4, 255);
+    ASSERT_EQ(result.length, 10 + 9 * 11 + 4 + 4 + 1);  // header, body, timestamp, padding
+    const size_t at = 14 + 5 * 10;
+    EXPECT_EQ(result.buffer[at], 0);         // the alignment byte after pointerIds
+    EXPECT_EQ(result.buffer[at + 1], 0x03);  // x[10] is y[0] = 1000 -> 0x03E8
+    EXPECT_EQ(result.buffer[at + 2], 0xE8);
+    EXPECT_EQ(result.buffer[at + 3], 0x00);  // y[10] = 77
+    EXPECT_EQ(result.buffer[at + 4], 77);
+}
+
+TEST(EncoderTouch, TouchUnknownActionIsCheckedAfterCapacity) {
+    RemoteCtrlEvent event = TouchWithPointers(1);
+    event.payload.touch.action = 3;
+    ClearLogs();
+    EXPECT_EQ(Send(event, 109, 105).length, -1);
+    EXPECT_EQ(TraceLines(), remote_test::FailedBodyLines(remote_test::ErrorLine(
+                                "ConstructTouchEvent, unknown type",
+                                "RemoteUtil::RemoteController::ConstructTouchEvent")));
+
+    event.payload.touch.pointerCount = 11;  // both wrong: the capacity message wins
+    ClearLogs();
+    EXPECT_EQ(Send(event, 109, 105).length, -1);
+    EXPECT_EQ(TraceLines().front(),
+              remote_test::ErrorLine("ConstructTouchEvent, buffer size is not enough",
+                                     "RemoteUtil::RemoteController::ConstructTouchEvent"));
+}
+
+// ---- Key (type 1).
+
+TEST(EncoderKey, KeySendsItsThreeValuesButNotTheReservedWord) {
+    RemoteCtrlEvent event = Event(1);
+    event.payload.key.action = 1;
+    event.payload.key.keyReserved = 0xFFFF;
+    event.payload.key.keyValue1 = 0x0102;
+    event.payload.key.keyValue2 = 0x0304;
+    event.payload.key.keyValue3 = 0x05060708;
+    const SendResult result = Send(event, 109, 105);
+    const Bytes expected = {
+        0x00, 0x00, 0x00, 0x1A, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,  // header, length 26
+        0x04,                    // code 4: key up
+        0x00, 0x09,              // body length
+        0x00,                    // always 0
+        0x01, 0x02,              // keyValue1
+        0x03, 0x04,              // keyValue2
+        0x05, 0x06, 0x07, 0x08,  // keyValue3
+        0x00, 0x00, 0x04, 0xD2,  // timestamp
+    };
+    EXPECT_EQ(result.length, 26);
+    EXPECT_EQ(result.Packet(), expected);
+
+    event.payload.key.action = 0;
+    EXPECT_EQ(Send(event, 109, 105).buffer[10], 3);  // key down
+    event.payload.key.action = 2;
+    ClearLogs();
+    EXPECT_EQ(Send(event, 109, 105).length, -1);
+    EXPECT_TRUE(HasTraceLine(
+        "ConstructKeyEvent, unknown type(RemoteUtil::RemoteController::ConstructKeyEvent)"));
+}
+
+// ---- Zoom (type 2).
+
+TEST(EncoderZoom, ZoomIsTwentyFourBytesWithItsValueLowByteFirst) {
+    RemoteCtrlEvent event = Event(2);
+    event.payload.zoom.x = 10.9;
+    event.payload.zoom.y = -3.2;
+    event.payload.zoom.zoomValue = 0x1234;
+    const SendResult result = Send(event, 109, 105);
+    const Bytes expected = {
+        0x00, 0x00, 0x00, 0x18, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,  // header, length 24
+        0x05,                    // code 5: zoom
+        0x00, 0x07,              // body length: 6 field bytes + padding
+        0x00, 0x0A,              // x 10.9 -> 10
+        0xFF, 0xFD,              // y -3.2 -> -3
+        0x34, 0x12,              // zoomValue, low byte first
+        0x00, 0x00, 0x04, 0xD2,  // timestamp
+        0x00,                    // padding
+    };
+    EXPECT_EQ(result.length, 24);
+    EXPECT_EQ(result.Packet(), expected);
+}
+
+// ---- Scroll (type 3).
+
+TEST(EncoderScroll, ScrollIsTwentyBytesWithPadding) {
+    RemoteCtrlEvent event = Event(3);
+    event.payload.scroll.action = 1;
+    event.payload.scroll.scrollValue = 0xABCD;
+    const SendResult result = Send(event, 109, 105);
+    const Bytes expected = {
+        0x00, 0x00, 0x00, 0x14, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,  // header, length 20
+        0x07,                    // code 7: horizontal
+        0x00, 0x03,              // body length: 2 field bytes + padding
+        0xAB, 0xCD,              // scrollValue
+        0x00, 0x00, 0x04, 0xD2,  // timestamp
+        0x00,                    // padding
+    };
+    EXPECT_EQ(result.length, 20);
+    EXPECT_EQ(result.Packet(), expected);
+
+    event.payload.scroll.action = 0;
+    EXPECT_EQ(Send(event, 109, 105).buffer[10], 6);  // vertical
+    event.payload.scroll.action = 2;
+    ClearLogs();
+    EXPECT_EQ(Send(event, 109, 105).length, -1);
+    EXPECT_TRUE(HasTraceLine(
+        "ConstructScrollEvent, unknown type(RemoteUtil::RemoteController::ConstructScrollEvent)"));
+}
+
+// ---- Wheel (type 8).
+
+TEST(EncoderWheel, WheelMovesButtonBitsOneAndTwoUpByOne) {
+    RemoteCtrlEvent event = Event(8);
+    event.payload.wheel.action = 1;
+    event.payload.wheel.buttons = 0x07;
+    event.payload.wheel.wheelValue = 0xFF88;
+    event.payload.wheel.x = 640.0;
+    event.payload.wheel.y = 480.5;
+    const SendResult result = Send(event, 109, 105);
+    const Bytes expected = {
+        0x00, 0x00, 0x00, 0x18, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,  // header, length 24
+        0x0D,                    // code 13: horizontal wheel
+        0x00, 0x07,              // body length
+        0x0D,                    // buttons 0b111 -> wire 0b1101
+        0xFF, 0x88,              // wheelValue
+        0x02, 0x80,              // x 640
+        0x01, 0xE0,              // y 480.5 -> 480
+        0x00, 0x00, 0x04, 0xD2,  // timestamp; 24 is even
+    };
+    EXPECT_EQ(result.length, 24);
+    EXPECT_EQ(result.Packet(), expected);
+
+    struct Case {
+        uint8_t buttons;
+        uint8_t wire;
+    };
+    const Case cases[] = {
+        {0x00, 0x00}, {0x01, 0x01}, {0x02, 0x04}, {0x04, 0x08},
+        {0x06, 0x0C}, {0xF8, 0x00},  // bits 3..7 are not sent
+        {0xFF, 0x0D},
+    };
+    event.payload.wheel.action = 0;
+    for (const Case& c : cases) {
+        event.payload.wheel.buttons = c.buttons;
+        const SendResult r = Send(event, 109, 105);
+        EXPECT_EQ(r.buffer[10], 12);  // vertical wheel
+        EXPECT_EQ(r.buffer[13], c.wire) << "buttons " << int{c.buttons};
+    }
+}
+
+// ---- Virtual keys (type 9).
+
+TEST(EncoderVirtualKey, VirtualKeysUseClassThreeAndCodesTwoToFive) {
+    RemoteCtrlEvent event = Event(9);
+    event.payload.virtualKey.action = 3;
+    event.payload.virtualKey.x = 1.0;
+    event.payload.virtualKey.y = 2.0;
+    const SendResult result = Send(event, 109, 105);
+    const Bytes expected = {
+        0x00, 0x03, 0x00, 0x16, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,  // class 3, length 22
+        0x05,                    // code 5: quick settings
+        0x00, 0x05,              // body length: 4 field bytes + padding
+        0x00, 0x01,              // x
+        0x00, 0x02,              // y
+        0x00, 0x00, 0x04, 0xD2,  // timestamp
+        0x00,                    // padding
+    };
+    EXPECT_EQ(result.length, 22);
+    EXPECT_EQ(result.Packet(), expected);
+
+    for (uint32_t action = 0; action < 4; ++action) {
+        event.payload.virtualKey.action = action;
+        EXPECT_EQ(Send(event, 109, 105).buffer[10], action + 2);
+    }
+    event.payload.virtualKey.action = 4;
+    ClearLogs();
+    EXPECT_EQ(Send(event, 109, 105).length, -1);
+    EXPECT_TRUE(HasTraceLine("ConstructVirtualKeyEvent, unknown type"
+                             "(RemoteUtil::RemoteController::ConstructVirtualKeyEvent)"));
+}
+
+// ---- Text input and input focus (type 7), message (type 10).
+
+TEST(EncoderText, InputFocusUsesClassTwoCodeOne) {
+    RemoteCtrlEvent event = Event(7);
+    event.payload.input.action = 1;
+    event.payload.input.focus.focusFlag = 1;
+    event.payload.input.focus.focusValues[0] = 1.0;
+    event.payload.input.focus.focusValues[1] = 2.0;
+    event.payload.input.focus.focusValues[2] = 3.0;
+    event.payload.input.focus.focusValues[3] = 4.0;
+    const SendResult result = Send(event, 489, 233);
+    const Bytes expected = {
+        0x00, 0x02, 0x00, 0x1A, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,  // class 2, length 26
+        0x01,                    // code 1: focus
+        0x00, 0x09,              // body length
+        0x01,                    // focusFlag
+        0x00, 0x01, 0x00, 0x02, 0x00, 0x03, 0x00, 0x04,  // focusValues
+        0x00, 0x00, 0x04, 0xD2,  // timestamp
+    };
+    EXPECT_EQ(result.length, 26);
+    EXPECT_EQ(result.Packet(), expected);
+
+    event.payload.input.action = 2;
+    ClearLogs();
+    EXPECT_EQ(Send(event, 489, 233).length, -1);
+    EXPECT_TRUE(HasTraceLine(
+        "ConstructInputEvent, unknown type(RemoteUtil::RemoteController::ConstructInputEvent)"));
+}
+
+TEST(EncoderText, ShortTextInput) {
+    RemoteCtrlEvent event = Event(7);
+    event.payload.input.content.contentLength = 2;
+    event.payload.input.content.content[0] = 'h';
+    event.payload.input.content.content[1] = 'i';
+    event.payload.input.content.content[2] = 'X';  // beyond the length: not sent
+    const SendResult result = Send(event, 489, 233);
+    const Bytes expected = {
+        0x00, 0x02, 0x00, 0x16, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,  // class 2, length 22
+        0x00,                    // code 0: content
+        0x00, 0x05,              // body length: 2 + 2 + padding
+        0x00, 0x02,              // content length
+        'h', 'i',                // content
+        0x00, 0x00, 0x04, 0xD2,  // timestamp
+        0x00,                    // padding
+    };
+    EXPECT_EQ(result.length, 22);
+    EXPECT_EQ(result.Packet(), expected);
+}
+
+TEST(EncoderText, ShortMessage) {
+    RemoteCtrlEvent event = Event(10);
+    event.payload.message.action = 1;
+    event.payload.message.messageLength = 5;
+    event.payload.message.messageWord = 0xBEEF;
+    event.payload.message.messageData[0] = 'a';
+    event.payload.message.messageData[1] = 'b';
+    event.payload.message.messageData[2] = 'c';
+    event.payload.message.messageData[3] = 'd';  // beyond the length: not sent
+    const SendResult result = Send(event, 491, 235);
+    const Bytes expected = {
+        0x00, 0x04, 0x00, 0x18, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,  // class 4, length 24
+        0x07,                    // code 7: reserved message
+        0x00, 0x07,              // body length: 5 + 2, no padding (5 + 5 + 4 is even)
+        0x00, 0x05,              // message length
+        0xBE, 0xEF,              // messageWord
+        'a', 'b', 'c',           // data: length - 2 bytes
+        0x00, 0x00, 0x04, 0xD2,  // timestamp
+    };
+    EXPECT_EQ(result.length, 24);
+    EXPECT_EQ(result.Packet(), expected);
+
+    event.payload.message.action = 0;
+    EXPECT_EQ(Send(event, 491, 235).buffer[10], 6);  // extend
+    event.payload.message.action = 2;
+    ClearLogs();
+    EXPECT_EQ(Send(event, 491, 235).length, -1);
+    EXPECT_TRUE(HasTraceLine("ConstructMessageEvent, unknown type"
+                             "(RemoteUtil::RemoteController::ConstructMessageEvent)"));
+}
+
+struct LengthCase {
+    uint16_t length;
+    int result;                 // packet length or -1
+    std::string firstLog;       // expected first log line text (empty: none)
+};
+
+// Text input with the capacity the input provider passes (233, body capacity 223).
+TEST(EncoderText, TextInputLimitsAtCapacity233) {
+    const std::string tooLarge = "ConstructInputContentEvent , msg length too large(" + kContentScope + ")";
+    const std::string notValid = "ConstructInputContentEvent, param not valid(" + kContentScope + ")";
+    const std::string noPadding =
+        "DoPaddingOperation, invalid memory for padding(RemoteUtil::DoPaddingOperation)";
+    const LengthCase cases[] = {
+        {0, -1, tooLarge},     {1, 20, ""},          {2, 22, ""},
+        {211, 230, ""},        {212, 232, ""},       {213, 232, ""},
+        {214, -1, noPadding},  {215, 234, ""},       {216, -1, noPadding},
+        {217, 236, ""},        {218, -1, notValid},  {472, -1, notValid},
+        {473, -1, tooLarge},   {0xFFFF, -1, tooLarge},
+    };
+    for (const LengthCase& c : cases) {
+        RemoteCtrlEvent event = Event(7);
+        event.payload.input.content.contentLength = c.length;
+        for (size_t i = 0; i < sizeof(event.payload.input.content.content); ++i) {
+            event.payload.input.content.content[i] = static_cast<uint8_t>('A' + i % 26);
+        }
+        ClearLogs();
+        const SendResult result = Send(event, 489, 233);
+        EXPECT_EQ(result.length, c.result) << "length " << c.length;
+        const std::vector<std::string> texts = TraceTexts();
+        if (c.firstLog.empty()) {
+            EXPECT_TRUE(texts.empty()) << "length " << c.length;
+            ASSERT_GT(result.length, 0);
+            // Content follows the 5-byte head unchanged.
+            for (size_t i = 0; i < c.length; ++i) {
+                ASSERT_EQ(result.buffer[15 + i], 'A' + i % 26) << "length " << c.length;
+            }
+        } else {
+            ASSERT_FALSE(texts.empty());
+            EXPECT_EQ(texts.front(), c.firstLog) << "length " << c.length;
+            EXPECT_EQ(texts.back(), "ConstructRemoteCtrlPacket, bodylength invalid(" +
+                                        kPacketScope + ")");
+        }
+        // Only the reduced capacity is used: behind the packet, the 489-byte buffer keeps
+        // what it held.
+        // (A body that failed its padding still had its timestamp written, up to 233 + 4.)
+        const size_t end =
+            c.result > 0 ? std::max<size_t>(static_cast<size_t>(c.result), 233) : 233 + 4;
+        for (size_t at = end; at < result.buffer.size(); ++at) {
+            ASSERT_EQ(result.buffer[at], kGuard) << "length " << c.length << " byte " << at;
+        }
+    }
+}
+
+// Messages with the capacity the input provider passes (235, body capacity 225).
+TEST(EncoderText, MessageLimitsAtCapacity235) {
+    const std::string tooLarge = "ConstructInputEvent , msg length too large(" + kMessageScope + ")";
+    const std::string notValid = "ConstructMessageEvent, param not valid(" + kMessageScope + ")";
+    const std::string noPadding =
+        "DoPaddingOperation, invalid memory for padding(RemoteUtil::DoPaddingOperation)";
+    const LengthCase cases[] = {
+        {0, -1, tooLarge},    {2, -1, tooLarge},    {3, 22, ""},
+        {4, 24, ""},          {213, 232, ""},       {214, 234, ""},
+        {216, -1, noPadding}, {217, 236, ""},       {218, -1, noPadding},
+        {219, 238, ""},       {220, -1, notValid},  {472, -1, notValid},
+        {473, -1, tooLarge},
+    };
+    for (const LengthCase& c : cases) {
+        RemoteCtrlEvent event = Event(10);
+        event.payload.message.messageLength = c.length;
+        event.payload.message.messageWord = 0x0102;
+        for (size_t i = 0; i < sizeof(event.payload.message.messageData); ++i) {
+            event.payload.message.messageData[i] = static_cast<uint8_t>('a' + i % 26);
+        }
+        ClearLogs();
+        const SendResult result = Send(event, 491, 235);
+        EXPECT_EQ(result.length, c.result) << "length " << c.length;
+        const std::vector<std::string> texts = TraceTexts();
+        if (c.firstLog.empty()) {
+            EXPECT_TRUE(texts.empty()) << "length " << c.length;
+            ASSERT_GT(result.length, 0);
+            for (size_t i = 0; i + 2 < c.length; ++i) {
+                ASSERT_EQ(result.buffer[17 + i], 'a' + i % 26) << "length " << c.length;
+            }
+        } else {
+            ASSERT_FALSE(texts.empty());
+            EXPECT_EQ(texts.front(), c.firstLog) << "length " << c.length;
+        }
+    }
+}
+
+TEST(EncoderText, MessageLengthIsCheckedBeforeTheAction) {
+    RemoteCtrlEvent event = Event(10);
+    event.payload.message.action = 9;
+    event.payload.message.messageLength = 2;
+    ClearLogs();
+    EXPECT_EQ(Send(event, 491, 235).length, -1);
+    EXPECT_EQ(TraceLines(), FailedBodyLines(ErrorLine("ConstructInputEvent , msg length too large",
+                                                      kMessageScope)));
+}
+
+// The longest texts are only reachable through the controller's 16-bit capacity.
+TEST(EncoderText, LongestTextAndMessageWithALargeCapacity) {
+    RemoteUtil::RemoteController controller;
+    const remote_test::TimeBase base = remote_test::TimeBaseAt(1234);
+    std::vector<uint8_t> buffer(600 + 4, kGuard);
+
+    RemoteCtrlEvent text = Event(7);
+    text.payload.input.content.contentLength = 472;
+    text.payload.input.content.content[471] = 0x5A;
+    EXPECT_EQ(controller.ConstructRemoteCtrlPacket(&text, buffer.data(), 600, base.start,
+                                                   base.frequency),
+              10 + 477 + 4 + 1);
+    EXPECT_EQ(buffer[15 + 471], 0x5A);
+    EXPECT_EQ(buffer[11], 0x01);  // body length 472 + 2 + 1 = 475 = 0x01DB
+    EXPECT_EQ(buffer[12], 0xDB);
+
+    RemoteCtrlEvent message = Event(10);
+    message.payload.message.messageLength = 472;
+    message.payload.message.messageData[469] = 0x5B;
+    EXPECT_EQ(controller.ConstructRemoteCtrlPacket(&message, buffer.data(), 600, base.start,
+                                                   base.frequency),
+              10 + 477 + 4 + 1);
+    EXPECT_EQ(buffer[17 + 469], 0x5B);
+}
+
+// ---- The exported sender: argument checks, the singleton, the 8-bit capacity, concurrent use.
+
+TEST(EncoderSender, NullEventOrBufferIsRefusedAndTheBufferUntouched) {
+    RemoteUtil::RemoteEvent* sender = RemoteUtil::RemoteEvent::GetInstance();
+    ASSERT_NE(sender, nullptr);
+    const remote_test::TimeBase base = remote_test::TimeBaseAt(0);
+    std::vector<uint8_t> buffer(109, kGuard);
+    RemoteCtrlEvent event = Event(6);
+    ClearLogs();
+    EXPECT_EQ(sender->SendRemoteCtrlEvent(nullptr, buffer.data(), 105, base.start,
+                                          base.frequency),
+              -1);
+    EXPECT_EQ(sender->SendRemoteCtrlEvent(&event, nullptr, 105, base.start, base.frequency), -1);
+    EXPECT_EQ(buffer, std::vector<uint8_t>(109, kGuard));
+    const LogLine line{4,
+                       "SendRemoteCtrlEvent event is nullptr"
+                       "(RemoteUtil::RemoteEvent::SendRemoteCtrlEvent)"};
+    EXPECT_EQ(TraceLines(), (std::vector<LogLine>{line, line}));
+}
+
+TEST(EncoderSender, GetInstanceReturnsOneInstanceToEveryThread) {
+    RemoteUtil::RemoteEvent* first = RemoteUtil::RemoteEvent::GetInstance();
+    ASSERT_NE(first, nullptr);
+    std::vector<RemoteUtil::RemoteEvent*> seen(8, nullptr);
+    std::vector<std::thread> threads;
+    for (size_t i = 0; i < seen.size(); ++i) {
+        threads.emplace_back([&seen, i] { seen[i] = RemoteUtil::RemoteEvent::GetInstance(); });
+    }
+    for (std::thread& thread : threads) thread.join();
+    for (RemoteUtil::RemoteEvent* instance : seen) EXPECT_EQ(instance, first);
+}
+
+// The input provider passes 233 for its 489-byte text buffer (489 reduced to 8 bits): the
+// packet is built within 233 bytes, whatever room the buffer really has.
+TEST(EncoderSender, Capacity233LimitsA489ByteBuffer) {
+    RemoteCtrlEvent event = Event(7);
+    event.payload.input.content.contentLength = 217;
+    const SendResult fits = Send(event, 489, static_cast<uint8_t>(489));
+    EXPECT_EQ(fits.length, 236);
+    for (size_t at = 236; at < fits.buffer.size(); ++at) {
+        ASSERT_EQ(fits.buffer[at], kGuard) << at;  // never zeroed, never written
+    }
+    event.payload.input.content.contentLength = 218;
+    EXPECT_EQ(Send(event, 489, static_cast<uint8_t>(489)).length, -1);
+}
+
+// Many threads share the sender; each packet must be exactly its own event's.
+TEST(EncoderSender, ConcurrentSendersBuildIndependentPackets) {
+    constexpr int kThreads = 8;
+    constexpr int kPerThread = 2000;
+    std::atomic<int> mismatches{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([t, &mismatches] {
+            const remote_test::TimeBase base = remote_test::TimeBaseAt(0);
+            RemoteUtil::RemoteEvent* sender = RemoteUtil::RemoteEvent::GetInstance();
+            for (int i = 0; i < kPerThread; ++i) {
+                RemoteCtrlEvent event = Event(6);
+                event.headerTag = static_cast<uint32_t>(t);
+                event.payload.mouse.action = static_cast<uint32_t>(i % 3);
+                event.payload.mouse.coords[0] = i;
+                std::vector<uint8_t> buffer(109, kGuard);
+                const int length = sender->SendRemoteCtrlEvent(&event, buffer.data(), 105,
+                                                               base.start, base.frequency);
+                OrbPerix::packet::DecodedPacket packet;
+                if (length != 26 ||
+                    !OrbPerix::packet::DecodePacket(buffer.data(), 26, &packet, nullptr) ||
+                    packet.tag != t || packet.action != static_cast<uint32_t>(i % 3) ||
+                    packet.values[0] != static_cast<uint16_t>(i)) {
+                    ++mismatches;
+                }
+            }
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(mismatches.load(), 0);
+}
+}  // namespace
