@@ -11,6 +11,7 @@
 
 #include "capture/capture.h"
 #include "provider/session_store.h"
+#include "util/result.h"
 
 namespace OrbPerix {
 
@@ -21,8 +22,8 @@ constexpr uint32_t kMaxEngineTextLength = 4096;
 constexpr uint32_t kMaxEnginePayloadLength = 64u * 1024u * 1024u;
 
 // Result of a notification whose record is malformed, or whose listener threw.
-constexpr int kMalformedRecord = -2;
-constexpr int kListenerFailed = -13;
+constexpr int kMalformedRecord = kInvalidArgument;
+constexpr int kListenerFailed = kUnavailable;
 
 // The engine's text: pointer and length; a null pointer reads as empty.
 inline std::string_view EngineText(const char* text, uint32_t length) noexcept {

@@ -11,6 +11,8 @@
 #include "platform/platform.h"
 #include "provider/delivery.h"
 #include "provider/input_provider.h"
+#include "provider/owned_bytes.h"
+#include "util/result.h"
 
 namespace OrbPerix {
 
@@ -41,22 +43,22 @@ const EngineLoad& ButtonLoad() noexcept {
 int InputProvider::OpenButton(ServiceInfo* service, void* /*reserved*/) {
     static const char* const kScope = "OrbPerix::InputProvider::OpenButton";
     if (service == nullptr) {
-        return -2;
+        return kInvalidArgument;
     }
     if (service->serviceType != kButtonServiceType) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "OpenButton failed, type Invalid: ",
                    service->serviceType);
-        return -2;
+        return kInvalidArgument;
     }
     // The heartbeat later writes to the service stored here.
     bool noMemory = false;
     if (!InputKind::Sessions().SetServiceId(service->deviceId, service->serviceId, &noMemory)) {
         if (noMemory) {
             log::Trace(LOG_MESSAGE_ERROR, kScope, "OpenButton failed, no memory for the service id");
-            return -3;
+            return kNoMemory;
         }
         log::Trace(LOG_MESSAGE_ERROR, kScope, "OpenButton failed, sessionInfo is null.");
-        return -2;
+        return kInvalidArgument;
     }
     const PerixButtonIdentity identity = Identity(service->deviceId, service->serviceId);
     const EngineLoad& load = ButtonLoad();
@@ -73,12 +75,12 @@ int InputProvider::CloseButton(ServiceInfo* service, void* /*reserved1*/, void* 
     static const char* const kScope = "OrbPerix::InputProvider::CloseButton";
     if (service == nullptr) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "CloseButton service is null");
-        return -2;
+        return kInvalidArgument;
     }
     if (service->serviceType != kButtonServiceType) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "CloseButton failed, type Invalid: ",
                    service->serviceType);
-        return -2;
+        return kInvalidArgument;
     }
     const PerixButtonIdentity identity = Identity(service->deviceId, service->serviceId);
     const EngineLoad& load = ButtonLoad();
@@ -93,7 +95,7 @@ int InputProvider::CloseButton(ServiceInfo* service, void* /*reserved1*/, void* 
 
 int InputProvider::ButtonWriteStreamBuffer(ServiceInfo* service, uint8_t* data, uint32_t len) {
     if (service == nullptr) {
-        return -2;
+        return kInvalidArgument;
     }
     return WriteButton(service->deviceId, service->serviceId, data, len);
 }
@@ -132,7 +134,7 @@ int InputProvider::ButtonNotify(const void* identityRecord, const void* notifyRe
                                       &facts) ||
         facts.listener.onButtonNotify == nullptr) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "On ButtonNotify, Listen function is null");
-        return -13;
+        return kUnavailable;
     }
     // The host is promised a null dataExtend exactly when dataLen is 0.
     if (!CheckEngineText(kScope, kEvent, "serviceId", identity->serviceId,
@@ -141,22 +143,21 @@ int InputProvider::ButtonNotify(const void* identityRecord, const void* notifyRe
                           kMaxEnginePayloadLength)) {
         return kMalformedRecord;
     }
-    ButtonNotifyInfo info{notify->word0, notify->word1, notify->dataLen, nullptr};
+    OwnedBytes data;
     if (notify->dataLen > 0) {
-        info.dataExtend = new (std::nothrow) uint8_t[notify->dataLen];
-        if (info.dataExtend == nullptr) {
+        data = CopyBytes(notify->dataExtend, notify->dataLen);
+        if (data.noMemory) {
             log::Trace(LOG_MESSAGE_ERROR, kScope,
                        "On ButtonNotify, new dataExtend failed: , dataLen: ", notify->dataLen);
-            return -13;
+            return kUnavailable;
         }
-        const int copied = platform::BoundedCopy(info.dataExtend, notify->dataLen,
-                                                 notify->dataExtend, notify->dataLen);
-        if (copied != platform::kCopyOk) {
-            log::Trace(LOG_MESSAGE_ERROR, kScope, "ButtonNotify, copy data failed: ", copied);
-            delete[] info.dataExtend;
-            return copied;
+        if (!data) {
+            log::Trace(LOG_MESSAGE_ERROR, kScope, "ButtonNotify, copy data failed: ",
+                       data.copyResult);
+            return data.copyResult;
         }
     }
+    ButtonNotifyInfo info{notify->word0, notify->word1, notify->dataLen, data.bytes.get()};
     int result = 0;
     try {
         ServiceInfo service{std::string(identity->deviceId, identity->deviceIdLen),
@@ -174,7 +175,6 @@ int InputProvider::ButtonNotify(const void* identityRecord, const void* notifyRe
     if (notify->word0 == 1 && notify->word1 == 0) {
         InputGlobals().buttonOpened.store(true, std::memory_order_relaxed);
     }
-    delete[] info.dataExtend;
     return result;
 }
 

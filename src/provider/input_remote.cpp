@@ -9,17 +9,15 @@
 #include "orbperix/remote_event.h"
 #include "platform/platform.h"
 #include "provider/input_provider.h"
+#include "remote/event_kind.h"
 #include "remote/framing.h"
 #include "util/elapsed.h"
+#include "util/result.h"
 
 namespace OrbPerix {
 
 namespace {
 
-constexpr uint32_t kTypeMouse = 6;
-constexpr uint32_t kTypeTextInput = 7;
-constexpr uint32_t kTypeWheel = 8;
-constexpr uint32_t kTypeMessage = 10;
 constexpr int kMaxPacketLength = 512;
 // The encoder may place its 4-byte timestamp up to 4 bytes past the capacity it is told; the
 // spare bytes keep that inside the allocation for every kind (the 105-byte buffer is told 105).
@@ -28,10 +26,10 @@ constexpr uint32_t kTimestampSpare = 4;
 // Only wheel events and mouse presses and moves keep the heartbeat alive; a mouse release does
 // not, nor does any other kind.
 bool CountsAsInput(const RemoteCtrlEvent& event) {
-    if (event.type == kTypeWheel) {
+    if (event.type == event_kind::kWheel) {
         return true;
     }
-    return event.type == kTypeMouse &&
+    return event.type == event_kind::kMouse &&
            (event.payload.mouse.action == 0 || event.payload.mouse.action == 2);
 }
 
@@ -39,8 +37,8 @@ bool CountsAsInput(const RemoteCtrlEvent& event) {
 
 uint32_t InputProvider::SendBufferSize(uint32_t type) noexcept {
     switch (type) {
-        case kTypeTextInput: return 489;
-        case kTypeMessage: return 491;
+        case event_kind::kTextInput: return 489;
+        case event_kind::kMessage: return 491;
         default: return 105;
     }
 }
@@ -60,7 +58,7 @@ int InputProvider::PostEncoded(std::string_view deviceId, RemoteCtrlEvent* event
     if (!InputKind::Sessions().HasHandle(deviceId)) {
         log::Trace(LOG_MESSAGE_ERROR, kPostScope,
                    "serviceHandler is null, Please Connect device first.");
-        return -4;
+        return kWrongState;
     }
     // The button write below is recorded as this event's packet.
     capture::PostScope post;
@@ -68,7 +66,7 @@ int InputProvider::PostEncoded(std::string_view deviceId, RemoteCtrlEvent* event
     uint8_t* buffer = new (std::nothrow) uint8_t[size + kTimestampSpare];
     if (buffer == nullptr) {
         log::Trace(LOG_MESSAGE_ERROR, kPostScope, "sendRemoteCtrlEvent new mSendBuffer error");
-        return -3;
+        return kNoMemory;
     }
     std::memset(buffer, 0, size + kTimestampSpare);
 
@@ -82,7 +80,7 @@ int InputProvider::PostEncoded(std::string_view deviceId, RemoteCtrlEvent* event
         // Out of memory for the sender ("new RemoteEvent failed" is logged by GetInstance;
         // a later event tries again): nothing was encoded, so nothing is written.
         delete[] buffer;
-        return -3;
+        return kNoMemory;
     }
     // The encoder's own counter reading stamps the input time (no second read).
     RemoteUtil::TimeStampReading reading;
@@ -92,7 +90,7 @@ int InputProvider::PostEncoded(std::string_view deviceId, RemoteCtrlEvent* event
         log::Trace(LOG_MESSAGE_ERROR, kPostScope,
                    "remoteController ConstructRemoteCtrlPacke packetLength Error");
         delete[] buffer;
-        return -2;
+        return kInvalidArgument;
     }
     // A negative length is passed on in its bits; the engine's write rejects it.
     const int written = write(buffer, static_cast<uint32_t>(length));
@@ -116,7 +114,7 @@ int InputProvider::PostRemoteCtrlEvent(ServiceInfo* service, RemoteCtrlEvent* ev
     if (service == nullptr || event == nullptr) {
         log::Trace(LOG_MESSAGE_ERROR, kPostScope,
                    "PostRemoteCtrlEvent the parameter service or event is null.");
-        return -2;
+        return kInvalidArgument;
     }
     // Through the virtual write, so that a derived class that overrides it gets the packet.
     return PostEncoded(service->deviceId, event, [this, service](uint8_t* data, uint32_t len) {
@@ -129,7 +127,7 @@ int InputProvider::PostRemoteCtrlEventTo(std::string_view deviceId, std::string_
     if (event == nullptr) {
         log::Trace(LOG_MESSAGE_ERROR, kPostScope,
                    "PostRemoteCtrlEvent the parameter service or event is null.");
-        return -2;
+        return kInvalidArgument;
     }
     return PostEncoded(deviceId, event, [deviceId, serviceId](uint8_t* data, uint32_t len) {
         return WriteButton(deviceId, serviceId, data, len);

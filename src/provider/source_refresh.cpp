@@ -5,6 +5,7 @@
 #include "platform/platform.h"
 #include "provider/source_provider.h"
 #include "provider/source_stream.h"
+#include "util/result.h"
 
 namespace OrbPerix {
 
@@ -48,11 +49,11 @@ int OpenOrClose(const EngineLoad& load, int (*entry)(const PerixServiceId*, void
                 const char* failedMessage) {
     if (service == nullptr) {
         log::Trace(LOG_MESSAGE_ERROR, scope, nullMessage);
-        return -2;
+        return kInvalidArgument;
     }
     if (service->serviceType != kPartialRefreshServiceType) {
         log::Trace(LOG_MESSAGE_ERROR, scope, typeMessage, service->serviceType);
-        return -2;
+        return kInvalidArgument;
     }
     const PerixServiceId id = RefreshServiceId(*service);
     const int r = engine::Call(load, entry, &id, static_cast<void*>(nullptr), static_cast<void*>(nullptr));
@@ -87,7 +88,7 @@ int SourceProvider::PartialRefreshWriteStreamBuffer(ServiceInfo* service, uint8_
     // A negative length is the engine's to judge.
     if (service == nullptr || data == nullptr || length == 0) {
         log::Trace(LOG_MESSAGE_ERROR, kScope, "PartialRefreshWriteStreamBuffer failed: invalid parameter");
-        return -2;
+        return kInvalidArgument;
     }
     // A millisecond stamp: the coarse clock serves it (no precise counter read per write).
     const SourceClassState& state = SourceState();

@@ -22,6 +22,8 @@
 #include "orbperix/engine_tables.h"
 #include "platform/platform.h"
 #include "provider/source_provider.h"
+#include "provider/owned_bytes.h"
+#include "util/result.h"
 
 namespace OrbPerix {
 
@@ -47,7 +49,7 @@ int DeliverStream(const void* serviceIdRecord, const void* dataRecord) noexcept 
     if (!SourceKind::Sessions().Lookup(deviceId, &facts) ||
         facts.listener.*Channel::kListener == nullptr) {
         log::Trace(LOG_MESSAGE_ERROR, Channel::kScope, Channel::kNoListener);
-        return -13;
+        return kUnavailable;
     }
     // The host is promised a null data pointer exactly when the length is 0.
     if (!CheckEngineText(Channel::kScope, Channel::kEvent, "serviceId", id->serviceId,
@@ -56,38 +58,35 @@ int DeliverStream(const void* serviceIdRecord, const void* dataRecord) noexcept 
                           notify->dataLen, kMaxEnginePayloadLength)) {
         return kMalformedRecord;
     }
-    uint8_t* copy = nullptr;
     try {
         ServiceInfo service{std::string(deviceId),
                             std::string(EngineText(id->serviceId, id->serviceIdLen)),
                             Channel::HostServiceType(id->serviceType)};
         typename Channel::Record record{};
         const uint32_t length = notify->dataLen;
+        OwnedBytes copy;
         if (length != 0) {
-            copy = new (std::nothrow) uint8_t[length];
-            if (copy == nullptr) {
+            copy = CopyBytes(notify->data, length);
+            if (copy.noMemory) {
                 log::Trace(LOG_MESSAGE_ERROR, Channel::kScope, Channel::kNewFailed, length);
-                return -13;
+                return kUnavailable;
             }
-            const int copied = platform::BoundedCopy(copy, length, notify->data, length);
-            if (copied != platform::kCopyOk) {
-                log::Trace(LOG_MESSAGE_ERROR, Channel::kScope, Channel::kCopyFailed, copied);
-                delete[] copy;
-                return copied;
+            if (!copy) {
+                log::Trace(LOG_MESSAGE_ERROR, Channel::kScope, Channel::kCopyFailed,
+                           copy.copyResult);
+                return copy.copyResult;
             }
         }
-        Channel::Fill(record, notify->a, notify->b, length, copy);
+        Channel::Fill(record, notify->a, notify->b, length, copy.bytes.get());
         // The listener's result is not ours to interpret; what it throws stays here.
         const bool delivered = CallListener(Channel::kScope, Channel::kEvent, facts.route, [&] {
             (facts.listener.*Channel::kListener)(&service, &record);
         });
-        delete[] copy;
-        return delivered ? 0 : kListenerFailed;
+        return delivered ? kOk : kListenerFailed;
     } catch (const std::bad_alloc&) {
         // The device or service id could not be copied for the listener.
-        delete[] copy;
         LogNoMemory(Channel::kScope, Channel::kEvent);
-        return -13;
+        return kUnavailable;
     }
 }
 
