@@ -152,6 +152,12 @@ HandleTable::Use HandleTable::Acquire(uint64_t handle, HandleKind kind) noexcept
         const uint64_t state = slot.state.load(std::memory_order_acquire);
         if ((state & kIdentityMask) != named || (state & kDying) != 0) {
             record->handles[position].store(0, std::memory_order_release);
+            if ((state & kIdentityMask) == named) {
+                // A Remove of this handle may have counted the announcement and be waiting:
+                // taking it back is the end of a use, so the remover is woken as for one.
+                std::lock_guard<std::mutex> lock(mutex_);
+                usesEnded_.notify_all();
+            }
             return Use();
         }
         record->depth = position + 1;

@@ -1,6 +1,7 @@
 // The input provider's button channel: open, close, write, the engine's button notification,
 // and the heartbeat thread that keeps the channel alive while input is recent.
 #include <cstring>
+#include <memory>
 #include <new>
 #include <string>
 #include <string_view>
@@ -206,7 +207,8 @@ void InputProvider::SendButtonHeart(uint8_t* buffer) {
 
 void InputProvider::ButtonHeart(std::shared_ptr<HeartbeatControl> control) {
     InputState& g = InputGlobals();
-    uint8_t* buffer = new (std::nothrow) uint8_t[kHeartbeatSize];
+    const std::unique_ptr<uint8_t[]> owned(new (std::nothrow) uint8_t[kHeartbeatSize]);
+    uint8_t* const buffer = owned.get();
     if (buffer == nullptr) {
         log::Trace(LOG_MESSAGE_ERROR, "OrbPerix::InputProvider::ButtonHeart",
                    "ButtonHeart failed: new buttonDataBuffer error");
@@ -222,7 +224,6 @@ void InputProvider::ButtonHeart(std::shared_ptr<HeartbeatControl> control) {
         std::this_thread::yield();
     }
     if (!g.heartbeatRunning.load(std::memory_order_relaxed)) {
-        delete[] buffer;
         return;
     }
     while (g.heartbeatRunning.load(std::memory_order_relaxed) &&
@@ -241,7 +242,6 @@ void InputProvider::ButtonHeart(std::shared_ptr<HeartbeatControl> control) {
         // Idle, too early or too late: poll again shortly (never spin).
         platform::SleepMilliseconds(kIdlePollMs);
     }
-    delete[] buffer;
 }
 
 }  // namespace OrbPerix

@@ -1,6 +1,7 @@
 // The input provider's remote-control posting: one event, encoded into a packet and written to
 // the peer's button channel.
 #include <cstring>
+#include <memory>
 #include <new>
 #include <string_view>
 
@@ -63,7 +64,8 @@ int InputProvider::PostEncoded(std::string_view deviceId, RemoteCtrlEvent* event
     // The button write below is recorded as this event's packet.
     capture::PostScope post;
     const uint32_t size = SendBufferSize(event->type);
-    uint8_t* buffer = new (std::nothrow) uint8_t[size + kTimestampSpare];
+    const std::unique_ptr<uint8_t[]> owned(new (std::nothrow) uint8_t[size + kTimestampSpare]);
+    uint8_t* const buffer = owned.get();
     if (buffer == nullptr) {
         log::Trace(LOG_MESSAGE_ERROR, kPostScope, "sendRemoteCtrlEvent new mSendBuffer error");
         return kNoMemory;
@@ -79,7 +81,6 @@ int InputProvider::PostEncoded(std::string_view deviceId, RemoteCtrlEvent* event
     if (sender == nullptr) {
         // Out of memory for the sender ("new RemoteEvent failed" is logged by GetInstance;
         // a later event tries again): nothing was encoded, so nothing is written.
-        delete[] buffer;
         return kNoMemory;
     }
     // The encoder's own counter reading stamps the input time (no second read).
@@ -89,7 +90,6 @@ int InputProvider::PostEncoded(std::string_view deviceId, RemoteCtrlEvent* event
     if (length > kMaxPacketLength) {
         log::Trace(LOG_MESSAGE_ERROR, kPostScope,
                    "remoteController ConstructRemoteCtrlPacke packetLength Error");
-        delete[] buffer;
         return kInvalidArgument;
     }
     // A negative length is passed on in its bits; the engine's write rejects it.
@@ -106,7 +106,6 @@ int InputProvider::PostEncoded(std::string_view deviceId, RemoteCtrlEvent* event
             g.lastInputTime.store(now, std::memory_order_relaxed);
         }
     }
-    delete[] buffer;
     return written;
 }
 
