@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "orbperix/remote_ctrl_event.h"
+#include "wire/event_kind.h"
 
 namespace OrbPerix {
 namespace packet {
@@ -36,10 +37,26 @@ bool Fail(std::string* reason, const std::string& text) {
 
 struct KindInfo {
     Kind kind;
-    uint32_t type;
     uint32_t action;
     const std::string* name;
 };
+
+// The RemoteCtrlEvent type a decoded kind comes from.
+uint32_t TypeOf(Kind kind) {
+    switch (kind) {
+        case Kind::kTouch: return event_kind::kTouch;
+        case Kind::kKey: return event_kind::kKey;
+        case Kind::kZoom: return event_kind::kZoom;
+        case Kind::kScroll: return event_kind::kScroll;
+        case Kind::kMouse: return event_kind::kMouse;
+        case Kind::kInputContent:
+        case Kind::kInputFocus: return event_kind::kTextInput;
+        case Kind::kWheel: return event_kind::kWheel;
+        case Kind::kVirtualKey: return event_kind::kVirtualKey;
+        case Kind::kMessage: return event_kind::kMessage;
+    }
+    return event_kind::kTouch;
+}
 
 // Maps class and body code to the event kind. Codes 14 and 15 are shared by touch and mouse in
 // class 0; a mouse body length is always 9, which no touch length (9n + 1 + n mod 2) equals.
@@ -51,39 +68,39 @@ bool IdentifyKind(uint8_t packetClass, uint8_t code, uint16_t bodyLength, KindIn
                 case 15: {
                     const uint32_t action = code == 14u ? 0u : 1u;
                     if (bodyLength == 9) {
-                        *info = {Kind::kMouse, 6, action, action == 0 ? &MOUSE_DOWN : &MOUSE_UP};
+                        *info = {Kind::kMouse, action, action == 0 ? &MOUSE_DOWN : &MOUSE_UP};
                     } else {
-                        *info = {Kind::kTouch, 0, action,
+                        *info = {Kind::kTouch, action,
                                  action == 0 ? &LEFT_POINT_DOWN : &LEFT_POINT_UP};
                     }
                     return true;
                 }
-                case 2: *info = {Kind::kTouch, 0, 2, &LEFT_MOVE}; return true;
-                case 16: *info = {Kind::kMouse, 6, 2, &MOUSE_MOVE}; return true;
-                case 3: *info = {Kind::kKey, 1, 0, &LEFT_KEY_DOWN}; return true;
-                case 4: *info = {Kind::kKey, 1, 1, &LEFT_KEY_UP}; return true;
-                case 5: *info = {Kind::kZoom, 2, 0, &ZOOM}; return true;
-                case 6: *info = {Kind::kScroll, 3, 0, &VERTICAL_SCROLL}; return true;
-                case 7: *info = {Kind::kScroll, 3, 1, &HORIZONTAL_SCROLL}; return true;
-                case 12: *info = {Kind::kWheel, 8, 0, &VERTICAL_WHEEL}; return true;
-                case 13: *info = {Kind::kWheel, 8, 1, &HORIZONTAL_WHEEL}; return true;
+                case 2: *info = {Kind::kTouch, 2, &LEFT_MOVE}; return true;
+                case 16: *info = {Kind::kMouse, 2, &MOUSE_MOVE}; return true;
+                case 3: *info = {Kind::kKey, 0, &LEFT_KEY_DOWN}; return true;
+                case 4: *info = {Kind::kKey, 1, &LEFT_KEY_UP}; return true;
+                case 5: *info = {Kind::kZoom, 0, &ZOOM}; return true;
+                case 6: *info = {Kind::kScroll, 0, &VERTICAL_SCROLL}; return true;
+                case 7: *info = {Kind::kScroll, 1, &HORIZONTAL_SCROLL}; return true;
+                case 12: *info = {Kind::kWheel, 0, &VERTICAL_WHEEL}; return true;
+                case 13: *info = {Kind::kWheel, 1, &HORIZONTAL_WHEEL}; return true;
                 default: return false;
             }
         case 2:
-            if (code == 0) { *info = {Kind::kInputContent, 7, 0, &INPUT_CONTENT}; return true; }
-            if (code == 1) { *info = {Kind::kInputFocus, 7, 1, &INPUT_FOCUS}; return true; }
+            if (code == 0) { *info = {Kind::kInputContent, 0, &INPUT_CONTENT}; return true; }
+            if (code == 1) { *info = {Kind::kInputFocus, 1, &INPUT_FOCUS}; return true; }
             return false;
         case 3:
             switch (code) {
-                case 2: *info = {Kind::kVirtualKey, 9, 0, &VIRTUALKEY_BACK}; return true;
-                case 3: *info = {Kind::kVirtualKey, 9, 1, &VIRTUALKEY_HOME}; return true;
-                case 4: *info = {Kind::kVirtualKey, 9, 2, &VIRTUALKEY_RECENT_APP}; return true;
-                case 5: *info = {Kind::kVirtualKey, 9, 3, &VIRTUALKEY_QUICK_SETTING}; return true;
+                case 2: *info = {Kind::kVirtualKey, 0, &VIRTUALKEY_BACK}; return true;
+                case 3: *info = {Kind::kVirtualKey, 1, &VIRTUALKEY_HOME}; return true;
+                case 4: *info = {Kind::kVirtualKey, 2, &VIRTUALKEY_RECENT_APP}; return true;
+                case 5: *info = {Kind::kVirtualKey, 3, &VIRTUALKEY_QUICK_SETTING}; return true;
                 default: return false;
             }
         case 4:
-            if (code == 6) { *info = {Kind::kMessage, 10, 0, &MESSAGE_EXTEND}; return true; }
-            if (code == 7) { *info = {Kind::kMessage, 10, 1, &MESSAGE_RESERVED}; return true; }
+            if (code == 6) { *info = {Kind::kMessage, 0, &MESSAGE_EXTEND}; return true; }
+            if (code == 7) { *info = {Kind::kMessage, 1, &MESSAGE_RESERVED}; return true; }
             return false;
         default:
             return false;
@@ -146,7 +163,7 @@ bool DecodePacket(const uint8_t* data, size_t size, DecodedPacket* out, std::str
                                 std::to_string(packetClass));
     }
     packet.kind = info.kind;
-    packet.type = info.type;
+    packet.type = TypeOf(info.kind);
     packet.action = info.action;
     packet.name = *info.name;
 

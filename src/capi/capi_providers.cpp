@@ -10,7 +10,7 @@
 #include "capi/capi_common.h"
 #include "provider/input_provider.h"
 #include "provider/source_provider.h"
-#include "remote/event_kind.h"
+#include "wire/event_kind.h"
 
 namespace OrbPerix {
 namespace capi {

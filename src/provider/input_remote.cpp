@@ -10,7 +10,7 @@
 #include "orbperix/remote_event.h"
 #include "platform/platform.h"
 #include "provider/input_provider.h"
-#include "remote/event_kind.h"
+#include "wire/event_kind.h"
 #include "remote/framing.h"
 #include "util/elapsed.h"
 #include "util/result.h"

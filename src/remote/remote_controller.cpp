@@ -7,7 +7,7 @@
 
 #include "log/log.h"
 #include "remote/coding.h"
-#include "remote/event_kind.h"
+#include "wire/event_kind.h"
 #include "remote/framing.h"
 #include "util/result.h"
 

@@ -1,7 +1,7 @@
-// The remote-event kinds: the values of RemoteCtrlEvent::type that the encoder and the C
-// interface switch on. Constants only.
-#ifndef ORBPERIX_SRC_REMOTE_EVENT_KIND_H_
-#define ORBPERIX_SRC_REMOTE_EVENT_KIND_H_
+// The remote-event kinds: the values of RemoteCtrlEvent::type that the encoder, the post path,
+// the packet decoder and the C interface switch on. Constants only.
+#ifndef ORBPERIX_LIB_WIRE_EVENT_KIND_H_
+#define ORBPERIX_LIB_WIRE_EVENT_KIND_H_
 
 #include <cstdint>
 
@@ -25,4 +25,4 @@ enum : uint32_t {
 }  // namespace event_kind
 }  // namespace OrbPerix
 
-#endif  // ORBPERIX_SRC_REMOTE_EVENT_KIND_H_
+#endif  // ORBPERIX_LIB_WIRE_EVENT_KIND_H_
