@@ -185,6 +185,8 @@ public:
     template <typename F>
     void Run(const char* where, F&& f) noexcept {
         calls_.fetch_add(1, std::memory_order_acq_rel);
+        const Frame frame{this, t_top};
+        t_top = &frame;
 #if ORBPERIX_HPP_EXCEPTIONS
         try {
             f();
@@ -196,22 +198,59 @@ public:
         f();
         (void)where;
 #endif
-        calls_.fetch_sub(1, std::memory_order_acq_rel);
+        t_top = frame.outer;
+        if (calls_.fetch_sub(1, std::memory_order_acq_rel) == 1 && free_ != nullptr) {
+            free_(box_);  // the last statement: this guard is gone with its box
+        }
     }
-    // Waits until no call of this guard is under way (the owner's teardown).
-    void Drain() const noexcept {
-        while (calls_.load(std::memory_order_acquire) != 0) {
+    // Waits until no call of this guard is under way on another thread (the owner's teardown).
+    // True when the calling thread is itself inside one (an owner going from inside its own
+    // listener): that call still runs on the guard's box, so the caller must not free it.
+    bool Drain() const noexcept {
+        uint32_t own = 0;
+        for (const Frame* frame = t_top; frame != nullptr; frame = frame->outer) {
+            own += frame->guard == this ? 1u : 0u;
+        }
+        while (calls_.load(std::memory_order_acquire) > own) {
             std::this_thread::yield();
         }
+        return own != 0;
+    }
+    // Has the call under way on this thread free `box` (the guard's own box) when it ends.
+    // Only for an owner going from inside its own listener, on that listener's thread.
+    void FreeWhenDone(void (*free)(void*), void* box) noexcept {
+        box_ = box;
+        free_ = free;
     }
     Code TakeFailure() noexcept {
         return failures_.exchange(0, std::memory_order_acq_rel) != 0 ? kListenerThrew : kOk;
     }
 
 private:
+    // The guards whose calls the current thread is inside, innermost first.
+    struct Frame {
+        const Guard* guard;
+        const Frame* outer;
+    };
+    static inline thread_local const Frame* t_top = nullptr;
+
     std::atomic<uint32_t> calls_{0};
     std::atomic<uint32_t> failures_{0};
+    void (*free_)(void*) = nullptr;
+    void* box_ = nullptr;
 };
+
+// Frees a listener box once no other thread is inside its listener. When the calling thread
+// is (an owner destroyed from inside its own listener), the box is freed as that call ends:
+// freeing it now would destroy the callable that is running.
+template <typename Box>
+void FreeUnlessRunning(Box* box) noexcept {
+    if (box->guard.Drain()) {
+        box->guard.FreeWhenDone([](void* b) { delete static_cast<Box*>(b); }, box);
+    } else {
+        delete box;
+    }
+}
 
 // A listener kept by its owner; boxes form a list freed only when the owner goes, because the
 // library may still call a forgotten listener that was already under way.
@@ -464,8 +503,7 @@ private:
         }
         for (ListenerBox* box = std::exchange(boxes_, nullptr); box != nullptr;) {
             ListenerBox* next = box->next;
-            box->guard.Drain();
-            delete box;
+            FreeUnlessRunning(box);
             box = next;
         }
     }
@@ -824,13 +862,11 @@ private:
             (void)orbperix_destroy_cast_session(detail::Take(handle_));
         }
         if (Box* box = std::exchange(listener_, nullptr)) {
-            box->guard.Drain();
-            delete box;
+            detail::FreeUnlessRunning(box);
         }
         for (Box* box = std::exchange(retired_, nullptr); box != nullptr;) {
-            box->guard.Drain();
             Box* next = box->previous;
-            delete box;
+            detail::FreeUnlessRunning(box);
             box = next;
         }
     }

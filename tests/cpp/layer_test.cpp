@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -442,6 +443,29 @@ TEST_F(Layer, OwnerForgetsItsListenersBeforeTheyGo) {
     EXPECT_EQ(perix_sim_handle_is_released(handle), 1);
     EXPECT_EQ(perix_sim_violation_count(), 0);
     EXPECT_EQ(calls, 1);
+}
+
+// An owner destroyed from inside its own listener: the teardown neither waits for the call
+// it runs in nor frees the callable under it (the box goes when the call ends).
+TEST_F(Layer, OwnerDestroyedFromInsideItsOwnListener) {
+    std::optional<orbperix::InputProvider> input(orbperix::InputProvider::Create());
+    ASSERT_TRUE(*input);
+    ASSERT_EQ(input->Init().value(), 0);
+    int calls = 0;
+    orbperix::Listener listener;
+    listener.on_device_change = [&calls, &input](const orbperix::DeviceChange&) {
+        ++calls;
+        input.reset();
+        ++calls;  // the callable is still alive here
+    };
+    ASSERT_EQ(input->RegisterListener(Device("peer-H", 5), std::move(listener)).value(), 0);
+    void* handle = perix_sim_last_handle();
+    ASSERT_EQ(perix_sim_peer_post_device_change(handle, "peer-H", 1, 2), 0);
+    perix_sim_peer_flush();
+    EXPECT_EQ(calls, 2);
+    EXPECT_FALSE(input.has_value());
+    EXPECT_EQ(perix_sim_handle_is_released(handle), 1);
+    EXPECT_EQ(perix_sim_violation_count(), 0);
 }
 
 TEST_F(Layer, ManagerOwnerFinalisesOnlyWhatItInitialised) {
