@@ -209,6 +209,25 @@ int QueueDelivery(int kind, const char* deviceId, const char* serviceId,
     }
 }
 
+// A notification whose fields are passed to the library as given (malformed ones included).
+int QueueRawDelivery(int kind, perix_sim_raw_field deviceId, perix_sim_raw_field serviceId,
+                     uint32_t engineType, uint32_t w0, uint32_t w1, perix_sim_raw_field data) {
+    try {
+        Delivery delivery;
+        delivery.kind = kind;
+        delivery.raw = true;
+        delivery.rawDevice = perix_sim::RawCopy::Of(deviceId);
+        delivery.rawService = perix_sim::RawCopy::Of(serviceId);
+        delivery.rawData = perix_sim::RawCopy::Of(data);
+        delivery.engineType = engineType;
+        delivery.words[0] = w0;
+        delivery.words[1] = w1;
+        return S().Queue(std::move(delivery));
+    } catch (const std::exception&) {
+        return -1;
+    }
+}
+
 }  // namespace
 
 static std::atomic<bool> g_bareWrite{false};
@@ -259,37 +278,12 @@ int perix_sim_deliver_refresh(const char* deviceId, const char* serviceId, uint3
 int perix_sim_deliver_audio_raw(perix_sim_raw_field deviceId, perix_sim_raw_field serviceId,
                                 uint32_t engineType, uint32_t a, uint32_t b,
                                 perix_sim_raw_field data) {
-    try {
-        Delivery delivery;
-        delivery.kind = PERIX_SIM_DELIVER_AUDIO;
-        delivery.raw = true;
-        delivery.rawDevice = perix_sim::RawCopy::Of(deviceId);
-        delivery.rawService = perix_sim::RawCopy::Of(serviceId);
-        delivery.rawData = perix_sim::RawCopy::Of(data);
-        delivery.engineType = engineType;
-        delivery.words[0] = a;
-        delivery.words[1] = b;
-        return S().Queue(std::move(delivery));
-    } catch (const std::exception&) {
-        return -1;
-    }
+    return QueueRawDelivery(PERIX_SIM_DELIVER_AUDIO, deviceId, serviceId, engineType, a, b, data);
 }
 
 int perix_sim_deliver_refresh_raw(perix_sim_raw_field deviceId, perix_sim_raw_field serviceId,
                                   uint32_t a, uint32_t b, perix_sim_raw_field data) {
-    try {
-        Delivery delivery;
-        delivery.kind = PERIX_SIM_DELIVER_REFRESH;
-        delivery.raw = true;
-        delivery.rawDevice = perix_sim::RawCopy::Of(deviceId);
-        delivery.rawService = perix_sim::RawCopy::Of(serviceId);
-        delivery.rawData = perix_sim::RawCopy::Of(data);
-        delivery.words[0] = a;
-        delivery.words[1] = b;
-        return S().Queue(std::move(delivery));
-    } catch (const std::exception&) {
-        return -1;
-    }
+    return QueueRawDelivery(PERIX_SIM_DELIVER_REFRESH, deviceId, serviceId, 0, a, b, data);
 }
 
 void perix_sim_deliveries_flush(void) { S().Flush(); }

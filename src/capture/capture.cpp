@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
+#include <new>
 #include <string>
 #include <thread>
 
@@ -294,17 +295,24 @@ int Stop() noexcept {
 }
 
 void StartFromEnvironment() noexcept {
-    const char* path = std::getenv("ORBPERIX_CAPTURE");
-    if (path == nullptr || path[0] == '\0' || g_environmentUsed || On()) {
+    if (g_environmentUsed || On()) {
         return;
     }
-    g_environmentUsed = true;
-    Options options;
-    const char* text = std::getenv("ORBPERIX_CAPTURE_TEXT");
-    if (text != nullptr && std::strcmp(text, "1") == 0) {
-        options.flags |= kOptionUserText;
+    try {
+        std::string path;
+        if (!platform::EnvironmentValue("ORBPERIX_CAPTURE", &path) || path.empty()) {
+            return;
+        }
+        g_environmentUsed = true;
+        Options options;
+        std::string text;
+        if (platform::EnvironmentValue("ORBPERIX_CAPTURE_TEXT", &text) && text == "1") {
+            options.flags |= kOptionUserText;
+        }
+        Start(path.c_str(), options);
+    } catch (const std::bad_alloc&) {
+        log::Trace(LOG_MESSAGE_ERROR, kScope, "Capture not started: out of memory");
     }
-    Start(path, options);
 }
 
 uint64_t Written() noexcept { return TheSession().written.load(std::memory_order_relaxed); }
