@@ -372,14 +372,4 @@ void SessionStore::RemoveAll() noexcept {
     }
 }
 
-size_t SessionStore::Size() const noexcept {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return map_.size();
-}
-
-bool SessionStore::Contains(std::string_view deviceId) const noexcept {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return map_.find(deviceId) != map_.end();
-}
-
 }  // namespace OrbPerix

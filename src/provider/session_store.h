@@ -157,9 +157,6 @@ public:
     // Removes every session, releasing handles in key order as Remove does.
     void RemoveAll() noexcept;
 
-    size_t Size() const noexcept;
-    bool Contains(std::string_view deviceId) const noexcept;
-
 private:
     // REQUIRES: mutex_ held. Hands the record over for release when no lease holds it.
     PerixSessionInfo* Detach(PerixSessionInfo* record) noexcept;
