@@ -662,86 +662,79 @@ struct LengthCase {
     std::string firstLog;       // expected first log line text (empty: none)
 };
 
-// Text input with the capacity the input provider passes (233, body capacity 223).
-TEST(EncoderText, TextInputLimitsAtCapacity233) {
-    const std::string tooLarge = "ConstructInputContentEvent , msg length too large(" + kContentScope + ")";
-    const std::string notValid = "ConstructInputContentEvent, param not valid(" + kContentScope + ")";
+// Text input (type 7) and messages (type 10) with the capacities the input provider passes
+// (233 and 235 of 489- and 491-byte buffers). The data starts behind the text's 5-byte head
+// and behind the message's 7-byte head (its word counts in its length).
+TEST(EncoderText, TextInputAndMessageLimitsAtTheProviderCapacities) {
     const std::string noPadding =
         "DoPaddingOperation, invalid memory for padding(RemoteUtil::DoPaddingOperation)";
-    const LengthCase cases[] = {
-        {0, -1, tooLarge},     {1, 20, ""},          {2, 22, ""},
-        {211, 230, ""},        {212, 232, ""},       {213, 232, ""},
-        {214, -1, noPadding},  {215, 234, ""},       {216, -1, noPadding},
-        {217, 236, ""},        {218, -1, notValid},  {472, -1, notValid},
-        {473, -1, tooLarge},   {0xFFFF, -1, tooLarge},
+    struct Kind {
+        uint32_t type;
+        size_t bufferSize;
+        uint8_t capacity;
+        size_t dataAt;
+        size_t headLength;  // length bytes that are not data
+        std::string tooLarge;
+        std::string notValid;
+        std::vector<LengthCase> cases;
     };
-    for (const LengthCase& c : cases) {
-        RemoteCtrlEvent event = Event(7);
-        event.payload.input.content.contentLength = c.length;
-        for (size_t i = 0; i < sizeof(event.payload.input.content.content); ++i) {
-            event.payload.input.content.content[i] = static_cast<uint8_t>('A' + i % 26);
-        }
-        ClearLogs();
-        const SendResult result = Send(event, 489, 233);
-        EXPECT_EQ(result.length, c.result) << "length " << c.length;
-        const std::vector<std::string> texts = TraceTexts();
-        if (c.firstLog.empty()) {
-            EXPECT_TRUE(texts.empty()) << "length " << c.length;
-            ASSERT_GT(result.length, 0);
-            // Content follows the 5-byte head unchanged.
-            for (size_t i = 0; i < c.length; ++i) {
-                ASSERT_EQ(result.buffer[15 + i], 'A' + i % 26) << "length " << c.length;
-            }
-        } else {
-            ASSERT_FALSE(texts.empty());
-            EXPECT_EQ(texts.front(), c.firstLog) << "length " << c.length;
-            EXPECT_EQ(texts.back(), "ConstructRemoteCtrlPacket, bodylength invalid(" +
-                                        kPacketScope + ")");
-        }
-        // Only the reduced capacity is used: behind the packet, the 489-byte buffer keeps
-        // what it held.
-        // (A body that failed its padding still had its timestamp written, up to 233 + 4.)
-        const size_t end =
-            c.result > 0 ? std::max<size_t>(static_cast<size_t>(c.result), 233) : 233 + 4;
-        for (size_t at = end; at < result.buffer.size(); ++at) {
-            ASSERT_EQ(result.buffer[at], kGuard) << "length " << c.length << " byte " << at;
-        }
-    }
-}
-
-// Messages with the capacity the input provider passes (235, body capacity 225).
-TEST(EncoderText, MessageLimitsAtCapacity235) {
-    const std::string tooLarge = "ConstructInputEvent , msg length too large(" + kMessageScope + ")";
-    const std::string notValid = "ConstructMessageEvent, param not valid(" + kMessageScope + ")";
-    const std::string noPadding =
-        "DoPaddingOperation, invalid memory for padding(RemoteUtil::DoPaddingOperation)";
-    const LengthCase cases[] = {
-        {0, -1, tooLarge},    {2, -1, tooLarge},    {3, 22, ""},
-        {4, 24, ""},          {213, 232, ""},       {214, 234, ""},
-        {216, -1, noPadding}, {217, 236, ""},       {218, -1, noPadding},
-        {219, 238, ""},       {220, -1, notValid},  {472, -1, notValid},
-        {473, -1, tooLarge},
+    const Kind kinds[] = {
+        {7, 489, 233, 15, 0,
+         "ConstructInputContentEvent , msg length too large(" + kContentScope + ")",
+         "ConstructInputContentEvent, param not valid(" + kContentScope + ")",
+         {{0, -1, "tooLarge"},    {1, 20, ""},          {2, 22, ""},
+          {211, 230, ""},         {212, 232, ""},       {213, 232, ""},
+          {214, -1, noPadding},   {215, 234, ""},       {216, -1, noPadding},
+          {217, 236, ""},         {218, -1, "notValid"}, {472, -1, "notValid"},
+          {473, -1, "tooLarge"},  {0xFFFF, -1, "tooLarge"}}},
+        {10, 491, 235, 17, 2,
+         "ConstructInputEvent , msg length too large(" + kMessageScope + ")",
+         "ConstructMessageEvent, param not valid(" + kMessageScope + ")",
+         {{0, -1, "tooLarge"},   {2, -1, "tooLarge"},   {3, 22, ""},
+          {4, 24, ""},           {213, 232, ""},        {214, 234, ""},
+          {216, -1, noPadding},  {217, 236, ""},        {218, -1, noPadding},
+          {219, 238, ""},        {220, -1, "notValid"}, {472, -1, "notValid"},
+          {473, -1, "tooLarge"}}},
     };
-    for (const LengthCase& c : cases) {
-        RemoteCtrlEvent event = Event(10);
-        event.payload.message.messageLength = c.length;
-        event.payload.message.messageWord = 0x0102;
-        for (size_t i = 0; i < sizeof(event.payload.message.messageData); ++i) {
-            event.payload.message.messageData[i] = static_cast<uint8_t>('a' + i % 26);
-        }
-        ClearLogs();
-        const SendResult result = Send(event, 491, 235);
-        EXPECT_EQ(result.length, c.result) << "length " << c.length;
-        const std::vector<std::string> texts = TraceTexts();
-        if (c.firstLog.empty()) {
-            EXPECT_TRUE(texts.empty()) << "length " << c.length;
-            ASSERT_GT(result.length, 0);
-            for (size_t i = 0; i + 2 < c.length; ++i) {
-                ASSERT_EQ(result.buffer[17 + i], 'a' + i % 26) << "length " << c.length;
+    for (const Kind& kind : kinds) {
+        for (const LengthCase& c : kind.cases) {
+            RemoteCtrlEvent event = Event(kind.type);
+            uint8_t* data = kind.type == 7 ? event.payload.input.content.content
+                                           : event.payload.message.messageData;
+            if (kind.type == 7) {
+                event.payload.input.content.contentLength = c.length;
+            } else {
+                event.payload.message.messageLength = c.length;
+                event.payload.message.messageWord = 0x0102;
             }
-        } else {
+            for (size_t i = 0; i < 472; ++i) data[i] = static_cast<uint8_t>('A' + i % 26);
+            ClearLogs();
+            const SendResult result = Send(event, kind.bufferSize, kind.capacity);
+            EXPECT_EQ(result.length, c.result) << "type " << kind.type << " length " << c.length;
+            // Only the reduced capacity is used: behind the packet, the 489-byte text buffer
+            // keeps what it held. (A body that failed its padding still had its timestamp
+            // written, up to 233 + 4.)
+            const size_t end = c.result > 0 ? std::max<size_t>(static_cast<size_t>(c.result), 233)
+                                            : 233 + 4;
+            for (size_t at = end; kind.type == 7 && at < result.buffer.size(); ++at) {
+                ASSERT_EQ(result.buffer[at], kGuard) << "length " << c.length << " byte " << at;
+            }
+            const std::vector<std::string> texts = TraceTexts();
+            if (c.firstLog.empty()) {
+                EXPECT_TRUE(texts.empty()) << "length " << c.length;
+                ASSERT_GT(result.length, 0);
+                for (size_t i = 0; i + kind.headLength < c.length; ++i) {
+                    ASSERT_EQ(result.buffer[kind.dataAt + i], 'A' + i % 26) << "length " << c.length;
+                }
+                continue;
+            }
+            const std::string first = c.firstLog == "tooLarge"   ? kind.tooLarge
+                                      : c.firstLog == "notValid" ? kind.notValid
+                                                                 : c.firstLog;
             ASSERT_FALSE(texts.empty());
-            EXPECT_EQ(texts.front(), c.firstLog) << "length " << c.length;
+            EXPECT_EQ(texts.front(), first) << "type " << kind.type << " length " << c.length;
+            EXPECT_EQ(texts.back(),
+                      "ConstructRemoteCtrlPacket, bodylength invalid(" + kPacketScope + ")");
         }
     }
 }
