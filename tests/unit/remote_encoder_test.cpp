@@ -32,6 +32,14 @@ using remote_test::kPacketScope;
 const std::string kContentScope = "RemoteUtil::RemoteController::ConstructInputContentEvent";
 const std::string kMessageScope = "RemoteUtil::RemoteController::ConstructMessageEvent";
 
+// Sends `event` expecting -1 and exactly `lines` logged.
+void ExpectRefusal(RemoteCtrlEvent event, size_t bufferSize, uint8_t capacity,
+                   const std::vector<LogLine>& lines) {
+    ClearLogs();
+    EXPECT_EQ(Send(event, bufferSize, capacity).length, -1) << "type " << event.type;
+    EXPECT_EQ(TraceLines(), lines) << "type " << event.type;
+}
+
 // ---- Every kind: header, refusals, capacities, timestamp and padding.
 
 TEST(EncoderFraming, HeaderFlagsMapThreeBitsAndTagCopiesTheLowByte) {
@@ -107,10 +115,7 @@ TEST(EncoderFraming, CoordinateConversionSweep) {
 
 TEST(EncoderFraming, RotateAndReservedKindFailWithoutAnEncoderMessage) {
     for (uint32_t type : {4u, 5u}) {
-        RemoteCtrlEvent event = Event(type);
-        ClearLogs();
-        EXPECT_EQ(Send(event, 109, 105).length, -1) << "type " << type;
-        EXPECT_EQ(TraceLines(), FailedBodyTail()) << "type " << type;
+        ExpectRefusal(Event(type), 109, 105, FailedBodyTail());
     }
 }
 
@@ -177,11 +182,9 @@ TEST(EncoderFraming, FixedKindsCapacityThresholds) {
     for (const Case& c : cases) {
         RemoteCtrlEvent event = Event(c.type);
         event.payload.key.action = c.action;  // the action word leads every member
-        ClearLogs();
-        EXPECT_EQ(Send(event, 64, c.refusedByEncoder).length, -1) << c.encoder;
-        EXPECT_EQ(TraceLines(),
-                  FailedBodyLines(ErrorLine(c.encoder + ", param not valid",
-                                            "RemoteUtil::RemoteController::" + c.encoder)));
+        ExpectRefusal(event, 64, c.refusedByEncoder,
+                      FailedBodyLines(ErrorLine(c.encoder + ", param not valid",
+                                                "RemoteUtil::RemoteController::" + c.encoder)));
         ClearLogs();
         EXPECT_EQ(Send(event, 64, static_cast<uint8_t>(c.smallest - 1)).length, -1) << c.encoder;
         EXPECT_FALSE(TraceLines().empty()) << c.encoder;
@@ -193,14 +196,10 @@ TEST(EncoderFraming, OddBodyEndingAtTheCapacityCannotBePadded) {
     // Scroll: 5 body bytes + 4 timestamp bytes = 9, odd; a body capacity of exactly 9 leaves
     // no byte for the padding.
     RemoteCtrlEvent event = Event(3);
-    ClearLogs();
-    const SendResult result = Send(event, 64, 19);
-    EXPECT_EQ(result.length, -1);
-    const std::vector<LogLine> expected = {
-        ErrorLine("DoPaddingOperation, invalid memory for padding",
-                  "RemoteUtil::DoPaddingOperation"),
-        ErrorLine("ConstructRemoteCtrlPacket, bodylength invalid", kPacketScope)};
-    EXPECT_EQ(TraceLines(), expected);
+    ExpectRefusal(event, 64, 19,
+                  {ErrorLine("DoPaddingOperation, invalid memory for padding",
+                             "RemoteUtil::DoPaddingOperation"),
+                   ErrorLine("ConstructRemoteCtrlPacket, bodylength invalid", kPacketScope)});
     EXPECT_EQ(Send(event, 64, 20).length, 20);
 }
 
@@ -642,11 +641,9 @@ TEST(EncoderTouch, TouchBeyondTenPointersReadsOnThroughThePayload) {
 TEST(EncoderTouch, TouchUnknownActionIsCheckedAfterCapacity) {
     RemoteCtrlEvent event = TouchWithPointers(1);
     event.payload.touch.action = 3;
-    ClearLogs();
-    EXPECT_EQ(Send(event, 109, 105).length, -1);
-    EXPECT_EQ(TraceLines(), remote_test::FailedBodyLines(remote_test::ErrorLine(
-                                "ConstructTouchEvent, unknown type",
-                                "RemoteUtil::RemoteController::ConstructTouchEvent")));
+    ExpectRefusal(event, 109, 105,
+                  FailedBodyLines(ErrorLine("ConstructTouchEvent, unknown type",
+                                            "RemoteUtil::RemoteController::ConstructTouchEvent")));
 
     event.payload.touch.pointerCount = 11;  // both wrong: the capacity message wins
     ClearLogs();
@@ -743,10 +740,8 @@ TEST(EncoderText, MessageLengthIsCheckedBeforeTheAction) {
     RemoteCtrlEvent event = Event(10);
     event.payload.message.action = 9;
     event.payload.message.messageLength = 2;
-    ClearLogs();
-    EXPECT_EQ(Send(event, 491, 235).length, -1);
-    EXPECT_EQ(TraceLines(), FailedBodyLines(ErrorLine("ConstructInputEvent , msg length too large",
-                                                      kMessageScope)));
+    ExpectRefusal(event, 491, 235,
+                  FailedBodyLines(ErrorLine("ConstructInputEvent , msg length too large", kMessageScope)));
 }
 
 // The longest texts are only reachable through the controller's 16-bit capacity.
