@@ -297,31 +297,20 @@ TEST_F(HostSafety, CDestroyAndFinalizeWaitForTheCallStillInsideTheEngine) {
     EXPECT_EQ(ORBPERIX_C_BAD_HANDLE, orbperix_sink_get_connection_status(sink));
 }
 
-// A C input provider, initialised, with `listener` registered for `peer` (user data `user`).
-uint64_t CInputFor(const orbperix_device_info& peer, const orbperix_listener& listener, void* user) {
-    const uint64_t provider = orbperix_create_input_provider();
-    EXPECT_EQ(0, orbperix_input_init(provider));
-    EXPECT_EQ(0, orbperix_input_register_listener(provider, &peer, &listener, user));
-    return provider;
-}
-
-orbperix_device_info CPeer(const char* id) {
-    orbperix_device_info peer{};
-    std::strcpy(peer.peer_device_id, id);
-    peer.connect_type = 1;
-    return peer;
-}
-
 int g_cDeviceChanges = 0;
 void CountChange(void*, const orbperix_device_change*) { ++g_cDeviceChanges; }
 
 // Also: deinit of one C provider dropped every C listener route while the C++ sessions stayed.
 TEST_F(HostSafety, CListenersLiveExactlyAsLongAsTheirSessions) {
     g_cDeviceChanges = 0;
-    const orbperix_device_info peer = CPeer("peer-route");
+    const uint64_t a = orbperix_create_input_provider();
+    ASSERT_EQ(0, orbperix_input_init(a));
+    orbperix_device_info peer{};
+    std::strcpy(peer.peer_device_id, "peer-route");
+    peer.connect_type = 1;
     orbperix_listener c{};
     c.on_device_change = &CountChange;
-    const uint64_t a = CInputFor(peer, c, nullptr);
+    ASSERT_EQ(0, orbperix_input_register_listener(a, &peer, &c, nullptr));
     void* handle = perix_sim_last_handle();
     const uint64_t b = orbperix_create_input_provider();  // clears the shared running flag
     ASSERT_EQ(0, orbperix_input_deinit(b));               // so this tears nothing down
@@ -358,10 +347,14 @@ void BlockOnButton(void* user_data, const orbperix_service*, const orbperix_butt
 
 TEST_F(HostSafety, CWaitForListenersOutlastsACallThatFoundItsListenerBeforeTheDeinit) {
     BlockingButton state;
-    const orbperix_device_info peer = CPeer("peer-wait");
+    const uint64_t cProvider = orbperix_create_input_provider();
+    ASSERT_EQ(0, orbperix_input_init(cProvider));
+    orbperix_device_info peer{};
+    std::strcpy(peer.peer_device_id, "peer-wait");
+    peer.connect_type = 1;
     orbperix_listener c{};
     c.on_button = &BlockOnButton;
-    const uint64_t cProvider = CInputFor(peer, c, &state);
+    ASSERT_EQ(0, orbperix_input_register_listener(cProvider, &peer, &c, &state));
     const PerixButtonIdentity identity{"peer-wait", 9, "svc", 3};
     PerixButtonNotify notify{1, 2, 0, 0, nullptr};
     std::thread engineThread([&] { perix_sim_fire_button(&identity, &notify); });
