@@ -177,6 +177,43 @@ void ResetEngine() {
     g_seen = Seen();
 }
 
+// An input provider's Init: its heartbeat thread allocates its buffer in the background.
+Step HeartbeatInitStep(const std::string& name, std::function<int()> run) {
+    Step init{name, std::move(run)};
+    init.background = 1;
+    init.failLine = "Init, start heartbeat thread failed: 12";
+    init.failCode = -13;
+    init.lines = {{kHeartbeatBuffer, "ButtonHeart failed: new buttonDataBuffer error"}};
+    return init;
+}
+
+// A listener registration, which allocates the session record; `recordLine`: whether the
+// record's own failure is expected to be logged by size.
+Step RegisterStep(const std::string& name, std::function<int()> run, bool recordLine = true) {
+    Step registered{name, std::move(run)};
+    if (recordLine) registered.lines = {{kSessionRecord, "new PerixSessionInfo fail"}};
+    registered.failLine = "new PerixSessionInfo fail";
+    registered.failCode = -13;
+    return registered;
+}
+
+// A remote-control event posted through a `sendBuffer`-byte send buffer.
+Step PostStep(const std::string& name, size_t sendBuffer, std::function<int()> run) {
+    Step post{name, std::move(run)};
+    post.lines = {{sendBuffer, "sendRemoteCtrlEvent new mSendBuffer error"},
+                  {kSender, "new RemoteEvent failed"},
+                  {kPacketBuilder, "SendRemoteCtrlEvent: new remoteController failed"}};
+    post.failCode = -3;
+    return post;
+}
+
+// Binary data of kSentData bytes sent to the peer.
+Step SendDataStep(const std::string& name, std::function<int()> run) {
+    Step send{name, std::move(run)};
+    send.lines = {{kSentData, "SendBinaryData, new binaryData failed."}};
+    return send;
+}
+
 
 // Creation, teardown and cleanup of one provider kind, written once for the three sessions.
 template <typename P>
@@ -318,18 +355,10 @@ sweep::Scenario InputSession() {
     auto state = std::make_shared<InputState>();
     std::vector<Step> steps;
     AddStart<OrbPerix::IInputProvider>(steps, state);
-    Step init{"Init", [state] { return state->provider->Init(); }};
-    init.background = 1;
-    init.failLine = "Init, start heartbeat thread failed: 12";
-    init.failCode = -13;
-    init.lines = {{kHeartbeatBuffer, "ButtonHeart failed: new buttonDataBuffer error"}};
-    steps.push_back(init);
-    Step registered{"RegisterPERIXListener", [state] {
-                        return state->provider->RegisterPERIXListener(&state->info, &state->listener);
-                    }};
-    registered.failLine = "new PerixSessionInfo fail";
-    registered.failCode = -13;
-    steps.push_back(registered);
+    steps.push_back(HeartbeatInitStep("Init", [state] { return state->provider->Init(); }));
+    steps.push_back(RegisterStep("RegisterPERIXListener", [state] {
+        return state->provider->RegisterPERIXListener(&state->info, &state->listener);
+    }, false));
     steps.push_back(Step{"ConnectDevice", [state] { return state->provider->ConnectDevice(&state->info); }});
     steps.push_back(Step{"StartDeviceService", [state] {
                              return state->provider->StartDeviceService(&state->button, nullptr);
@@ -341,19 +370,15 @@ sweep::Scenario InputSession() {
                              return opened;
                          }});
     for (const RemoteCtrlEvent& kind : EveryKind()) {
-        Step post{"PostRemoteCtrlEvent type " + std::to_string(kind.type), [state, kind] {
-                      RemoteCtrlEvent event = kind;
-                      return state->provider->PostRemoteCtrlEvent(&state->button, &event);
-                  }};
-        post.lines = {{SendBufferOf(kind.type), "sendRemoteCtrlEvent new mSendBuffer error"},
-                      {kSender, "new RemoteEvent failed"},
-                      {kPacketBuilder, "SendRemoteCtrlEvent: new remoteController failed"}};
-        post.failCode = -3;
-        steps.push_back(post);
+        steps.push_back(PostStep("PostRemoteCtrlEvent type " + std::to_string(kind.type),
+                                 SendBufferOf(kind.type), [state, kind] {
+                                     RemoteCtrlEvent event = kind;
+                                     return state->provider->PostRemoteCtrlEvent(&state->button, &event);
+                                 }));
     }
-    Step send{"SendData", [state] { return SendSomeData(*state->provider, state->info.peerDeviceId); }};
-    send.lines = {{kSentData, "SendBinaryData, new binaryData failed."}};
-    steps.push_back(send);
+    steps.push_back(SendDataStep("SendData", [state] {
+        return SendSomeData(*state->provider, state->info.peerDeviceId);
+    }));
     steps.push_back(PeerButtonStep("peer button data", "tab-1", &g_seen));
     AddPeerNotifications(steps, "tab-1");
     steps.push_back(Step{"CloseButton", [state] {
@@ -382,11 +407,12 @@ struct SourceState {
     ServiceInfo refresh{kLongPeer, "refresh-service-with-a-long-id", 11};
 };
 
-Step AudioDelivery(const char* deviceId, const char* serviceId) {
+// Audio from the peer's `serviceId`, to `seen`'s listener.
+Step AudioDelivery(const std::string& name, const char* deviceId, const char* serviceId, Seen* seen) {
     std::string device = deviceId;
     std::string service = serviceId;
-    Step step{"peer audio", [device, service] {
-                  return Delivered(&Seen::audio, true, [&] {
+    Step step{name, [device, service, seen] {
+                  return DeliveredTo(*seen, &Seen::audio, true, [&] {
                       const std::vector<uint8_t> bytes = Payload(kAudioData);
                       perix_sim_deliver_audio(device.c_str(), service.c_str(), 3, 1, 2,
                                               bytes.data(), kAudioData);
@@ -420,13 +446,9 @@ sweep::Scenario SourceSession() {
     std::vector<Step> steps;
     AddStart<OrbPerix::ISourceProvider>(steps, state);
     steps.push_back(Step{"Init", [state] { return state->provider->Init(); }});
-    Step registered{"RegisterPERIXListener", [state] {
-                        return state->provider->RegisterPERIXListener(&state->info, &state->listener);
-                    }};
-    registered.lines = {{kSessionRecord, "new PerixSessionInfo fail"}};
-    registered.failLine = "new PerixSessionInfo fail";
-    registered.failCode = -13;
-    steps.push_back(registered);
+    steps.push_back(RegisterStep("RegisterPERIXListener", [state] {
+        return state->provider->RegisterPERIXListener(&state->info, &state->listener);
+    }));
     steps.push_back(Step{"ConnectDevice", [state] { return state->provider->ConnectDevice(&state->info); }});
     steps.push_back(Step{"OpenAudio", [state] {
                              AudioParam param{};
@@ -437,7 +459,7 @@ sweep::Scenario SourceSession() {
                              state->provider->AudioWriteStreamBuffer(&state->audio, bytes.data(), 64);
                              return 0;
                          }});
-    steps.push_back(AudioDelivery(kLongPeer, kLongService));
+    steps.push_back(AudioDelivery("peer audio", kLongPeer, kLongService, &g_seen));
     steps.push_back(Step{"OpenPartialRefresh", [state] {
                              return state->provider->OpenPartialRefresh(&state->refresh);
                          }});
@@ -447,9 +469,7 @@ sweep::Scenario SourceSession() {
                                  &state->refresh, bytes.data(), 96);
                          }});
     steps.push_back(RefreshDelivery(kLongPeer, "refresh-service-with-a-long-id"));
-    Step send{"SendData", [state] { return SendSomeData(*state->provider, kLongPeer); }};
-    send.lines = {{kSentData, "SendBinaryData, new binaryData failed."}};
-    steps.push_back(send);
+    steps.push_back(SendDataStep("SendData", [state] { return SendSomeData(*state->provider, kLongPeer); }));
     AddPeerNotifications(steps, kLongPeer);
     steps.push_back(Step{"CloseAudio", [state] { return state->provider->CloseAudio(&state->audio); }});
     steps.push_back(Step{"ClosePartialRefresh", [state] {
@@ -654,6 +674,17 @@ int CDelivered(int Seen::*counter, bool payload, Fire&& fire) {
     return DeliveredTo(g_cseen, counter, payload, std::forward<Fire>(fire));
 }
 
+// Destroys the provider in `state->*handle` (1 on success) and forgets it.
+template <typename State, typename Handle, typename Result>
+Step DestroyCStep(const char* name, const std::shared_ptr<State>& state, Handle State::*handle,
+                  Result (*destroy)(Handle)) {
+    return Step{name, [state, handle, destroy] {
+                    const int r = destroy(state.get()->*handle);
+                    state.get()->*handle = 0;
+                    return r == 1 ? 0 : r;
+                }};
+}
+
 orbperix_device_info CPeer(const char* id) {
     const PERIXInfo info = Peer(id);
     orbperix_device_info c;
@@ -689,20 +720,11 @@ sweep::Scenario CSession() {
                              state->input = orbperix_create_input_provider();
                              return state->input != 0 ? 0 : -1;
                          }});
-    Step init{"orbperix_input_init", [state] { return orbperix_input_init(state->input); }};
-    init.background = 1;
-    init.failLine = "Init, start heartbeat thread failed: 12";
-    init.failCode = -13;
-    init.lines = {{kHeartbeatBuffer, "ButtonHeart failed: new buttonDataBuffer error"}};
-    steps.push_back(init);
-    Step registered{"orbperix_input_register_listener", [state] {
-                        return orbperix_input_register_listener(state->input, &state->inputPeer,
-                                                                &state->listener, state.get());
-                    }};
-    registered.lines = {{kSessionRecord, "new PerixSessionInfo fail"}};
-    registered.failLine = "new PerixSessionInfo fail";
-    registered.failCode = -13;
-    steps.push_back(registered);
+    steps.push_back(HeartbeatInitStep("orbperix_input_init", [state] { return orbperix_input_init(state->input); }));
+    steps.push_back(RegisterStep("orbperix_input_register_listener", [state] {
+        return orbperix_input_register_listener(state->input, &state->inputPeer, &state->listener,
+                                                state.get());
+    }));
     steps.push_back(Step{"orbperix_input_connect_device", [state] {
                              return orbperix_input_connect_device(state->input, &state->inputPeer);
                          }});
@@ -715,25 +737,18 @@ sweep::Scenario CSession() {
                              perix_sim_peer_flush();
                              return opened;
                          }});
-    Step post{"orbperix_input_post_remote_ctrl_event (key)", [state] {
-                  orbperix_remote_event key;
-                  std::memset(&key, 0, sizeof(key));
-                  key.type = ORBPERIX_REMOTE_KEY;
-                  key.payload.key.key_value1 = 0x41;
-                  return orbperix_input_post_remote_ctrl_event(state->input, &kButton, &key);
-              }};
-    post.lines = {{kSmallSendBuffer, "sendRemoteCtrlEvent new mSendBuffer error"},
-                  {kSender, "new RemoteEvent failed"},
-                  {kPacketBuilder, "SendRemoteCtrlEvent: new remoteController failed"}};
-    post.failCode = -3;
-    steps.push_back(post);
-    Step send{"orbperix_input_send_data", [state] {
-                  std::vector<uint8_t> bytes = Payload(kSentData);
-                  const orbperix_binary data{1, 2, bytes.data(), kSentData};
-                  return orbperix_input_send_data(state->input, "c-tab", -1, &data);
-              }};
-    send.lines = {{kSentData, "SendBinaryData, new binaryData failed."}};
-    steps.push_back(send);
+    steps.push_back(PostStep("orbperix_input_post_remote_ctrl_event (key)", kSmallSendBuffer, [state] {
+        orbperix_remote_event key;
+        std::memset(&key, 0, sizeof(key));
+        key.type = ORBPERIX_REMOTE_KEY;
+        key.payload.key.key_value1 = 0x41;
+        return orbperix_input_post_remote_ctrl_event(state->input, &kButton, &key);
+    }));
+    steps.push_back(SendDataStep("orbperix_input_send_data", [state] {
+        std::vector<uint8_t> bytes = Payload(kSentData);
+        const orbperix_binary data{1, 2, bytes.data(), kSentData};
+        return orbperix_input_send_data(state->input, "c-tab", -1, &data);
+    }));
     steps.push_back(Step{"peer device change (C listener)", [] {
                              return CDelivered(&Seen::device, false, [] {
                                  perix_sim_peer_post_device_change(perix_sim_last_handle(), "c-tab", 1, 2);
@@ -746,29 +761,16 @@ sweep::Scenario CSession() {
                              state->source = orbperix_create_source_provider();
                              return state->source != 0 ? orbperix_source_init(state->source) : -1;
                          }});
-    Step sourceRegistered{"orbperix_source_register_listener", [state] {
-                              return orbperix_source_register_listener(state->source, &state->sourcePeer,
-                                                                       &state->listener, state.get());
-                          }};
-    sourceRegistered.lines = {{kSessionRecord, "new PerixSessionInfo fail"}};
-    sourceRegistered.failLine = "new PerixSessionInfo fail";
-    sourceRegistered.failCode = -13;
-    steps.push_back(sourceRegistered);
+    steps.push_back(RegisterStep("orbperix_source_register_listener", [state] {
+        return orbperix_source_register_listener(state->source, &state->sourcePeer, &state->listener,
+                                                 state.get());
+    }));
     steps.push_back(Step{"orbperix_source_open_audio", [state] {
                              orbperix_audio_param param;
                              std::memset(&param, 0, sizeof(param));
                              return orbperix_source_open_audio(state->source, &kAudio, &param);
                          }});
-    Step audio{"peer audio (C listener)", [] {
-                   return CDelivered(&Seen::audio, true, [] {
-                       const std::vector<uint8_t> bytes = Payload(kAudioData);
-                       perix_sim_deliver_audio(kAudio.device_id, kAudio.service_id, 3, 1, 2,
-                                               bytes.data(), kAudioData);
-                       perix_sim_deliveries_flush();
-                   });
-               }};
-    audio.lines = {{kAudioData, DataNoMemory("On AudioNotify, new dataExtend failed: , dataLen: ", kAudioData)}};
-    steps.push_back(audio);
+    steps.push_back(AudioDelivery("peer audio (C listener)", kAudio.device_id, kAudio.service_id, &g_cseen));
     steps.push_back(Step{"orbperix_create_sink_provider, init and connect", [state] {
                              state->sink = orbperix_create_sink_provider();
                              if (state->sink == 0) {
@@ -783,21 +785,9 @@ sweep::Scenario CSession() {
                              return orbperix_input_disconnect_device(state->input, &state->inputPeer);
                          }});
     steps.push_back(Step{"orbperix_input_deinit", [state] { return orbperix_input_deinit(state->input); }});
-    steps.push_back(Step{"orbperix_destroy_input_provider", [state] {
-                             const int r = orbperix_destroy_input_provider(state->input);
-                             state->input = 0;
-                             return r == 1 ? 0 : r;
-                         }});
-    steps.push_back(Step{"orbperix_destroy_source_provider", [state] {
-                             const int r = orbperix_destroy_source_provider(state->source);
-                             state->source = 0;
-                             return r == 1 ? 0 : r;
-                         }});
-    steps.push_back(Step{"orbperix_destroy_sink_provider", [state] {
-                             const int r = orbperix_destroy_sink_provider(state->sink);
-                             state->sink = 0;
-                             return r == 1 ? 0 : r;
-                         }});
+    steps.push_back(DestroyCStep("orbperix_destroy_input_provider", state, &State::input, &orbperix_destroy_input_provider));
+    steps.push_back(DestroyCStep("orbperix_destroy_source_provider", state, &State::source, &orbperix_destroy_source_provider));
+    steps.push_back(DestroyCStep("orbperix_destroy_sink_provider", state, &State::sink, &orbperix_destroy_sink_provider));
     steps.push_back(Step{"orbperix_finalize", [] {
                              orbperix_finalize();
                              return orbperix_is_initialized() == 0 ? 0 : -1;

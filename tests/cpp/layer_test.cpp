@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <functional>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -137,6 +138,23 @@ P Connected(const orbperix::DeviceInfo& peer, Seen& seen) {
     EXPECT_EQ(provider.RegisterListener(peer, Recording(seen)).value(), 0);
     EXPECT_EQ(provider.ConnectDevice(peer).value(), 0);
     return provider;
+}
+
+// Initialises `input` and registers only `onDeviceChange` for `peer`; returns the session's
+// handle.
+void* WithDeviceListener(orbperix::InputProvider& input, const char* peer,
+                         std::function<void(const orbperix::DeviceChange&)> onDeviceChange) {
+    EXPECT_EQ(input.Init().value(), 0);
+    orbperix::Listener listener;
+    listener.on_device_change = std::move(onDeviceChange);
+    EXPECT_EQ(input.RegisterListener(Device(peer, 5), std::move(listener)).value(), 0);
+    return perix_sim_last_handle();
+}
+
+// A device change for `peer`, delivered from the engine's thread.
+void PostDeviceChange(void* handle, const char* peer, uint32_t word0, uint32_t word1) {
+    ASSERT_EQ(perix_sim_peer_post_device_change(handle, peer, word0, word1), 0);
+    perix_sim_peer_flush();
 }
 
 TEST_F(Layer, InputSessionWithLambdaListeners) {
@@ -397,27 +415,20 @@ TEST_F(Layer, ViewsLongerThanTheCLimitsAreRefusedWithOneLine) {
 TEST_F(Layer, ThrowingListenerIsCaughtAtTheBoundary) {
     auto input = orbperix::InputProvider::Create();
     ASSERT_TRUE(input);
-    ASSERT_EQ(input.Init().value(), 0);
-    const orbperix::DeviceInfo peer = Device("peer-T", 5);
     int calls = 0;
-    orbperix::Listener listener;
-    listener.on_device_change = [&calls](const orbperix::DeviceChange&) {
+    void* handle = WithDeviceListener(input, "peer-T", [&calls](const orbperix::DeviceChange&) {
         ++calls;
         throw std::runtime_error("host bug");
-    };
-    ASSERT_EQ(input.RegisterListener(peer, std::move(listener)).value(), 0);
-    void* handle = perix_sim_last_handle();
+    });
     Lines lines;
-    ASSERT_EQ(perix_sim_peer_post_device_change(handle, "peer-T", 1, 2), 0);
-    perix_sim_peer_flush();
+    PostDeviceChange(handle, "peer-T", 1, 2);
     EXPECT_EQ(calls, 1);
     EXPECT_EQ(lines.Count("listener threw"), 1);
     EXPECT_EQ(lines.Count("on_device_change"), 1);
     EXPECT_EQ(input.ListenerError(), orbperix::kListenerThrew);
     EXPECT_EQ(input.ListenerError().value(), 0);  // reported once
     // The library goes on delivering.
-    ASSERT_EQ(perix_sim_peer_post_device_change(handle, "peer-T", 3, 4), 0);
-    perix_sim_peer_flush();
+    PostDeviceChange(handle, "peer-T", 3, 4);
     EXPECT_EQ(calls, 2);
     EXPECT_EQ(input.DeInit().value(), 0);
 }
@@ -429,13 +440,9 @@ TEST_F(Layer, OwnerForgetsItsListenersBeforeTheyGo) {
     {
         auto input = orbperix::InputProvider::Create();
         ASSERT_TRUE(input);
-        ASSERT_EQ(input.Init().value(), 0);
-        orbperix::Listener listener;
-        listener.on_device_change = [&calls](const orbperix::DeviceChange&) { ++calls; };
-        ASSERT_EQ(input.RegisterListener(Device("peer-G", 5), std::move(listener)).value(), 0);
-        handle = perix_sim_last_handle();
-        ASSERT_EQ(perix_sim_peer_post_device_change(handle, "peer-G", 1, 2), 0);
-        perix_sim_peer_flush();
+        handle = WithDeviceListener(input, "peer-G",
+                                    [&calls](const orbperix::DeviceChange&) { ++calls; });
+        PostDeviceChange(handle, "peer-G", 1, 2);
         ASSERT_EQ(calls, 1);
     }
     // The owner de-initialised the kind: the engine released the session handle, and a
@@ -450,18 +457,13 @@ TEST_F(Layer, OwnerForgetsItsListenersBeforeTheyGo) {
 TEST_F(Layer, OwnerDestroyedFromInsideItsOwnListener) {
     std::optional<orbperix::InputProvider> input(orbperix::InputProvider::Create());
     ASSERT_TRUE(*input);
-    ASSERT_EQ(input->Init().value(), 0);
     int calls = 0;
-    orbperix::Listener listener;
-    listener.on_device_change = [&calls, &input](const orbperix::DeviceChange&) {
+    void* handle = WithDeviceListener(*input, "peer-H", [&calls, &input](const orbperix::DeviceChange&) {
         ++calls;
         input.reset();
         ++calls;  // the callable is still alive here
-    };
-    ASSERT_EQ(input->RegisterListener(Device("peer-H", 5), std::move(listener)).value(), 0);
-    void* handle = perix_sim_last_handle();
-    ASSERT_EQ(perix_sim_peer_post_device_change(handle, "peer-H", 1, 2), 0);
-    perix_sim_peer_flush();
+    });
+    PostDeviceChange(handle, "peer-H", 1, 2);
     EXPECT_EQ(calls, 2);
     EXPECT_FALSE(input.has_value());
     EXPECT_EQ(perix_sim_handle_is_released(handle), 1);

@@ -100,6 +100,16 @@ protected:
         perix_sim_set_abort_on_violation(0);
         ASSERT_TRUE(tables.ok());
     }
+    // A service handle for `peer` with `listener` (when given) registered on it.
+    void* Open(const char* peer, PerixEngineListener* listener = nullptr) {
+        const PERIXInfo info = Info(peer);
+        void* handle = tables.main.PERIXCreateServiceHandle(&info);
+        EXPECT_NE(nullptr, handle);
+        if (listener != nullptr) {
+            EXPECT_EQ(0, tables.main.PERIXRegisterListener(handle, listener));
+        }
+        return handle;
+    }
     ModuleTables tables;
 };
 
@@ -227,11 +237,8 @@ using StrictEngineRecords = StrictEngineHandles;
 TEST_F(StrictEngineRecords, FiresReadTheRegisteredRecordByAddressEvenAfterTheRelease) {
     g_calledA = 0;
     g_calledB = 0;
-    const PERIXInfo info = Info("peer-records");
-    void* handle = tables.main.PERIXCreateServiceHandle(&info);
-    ASSERT_NE(nullptr, handle);
     PerixEngineListener listener{nullptr, nullptr, DataA};
-    ASSERT_EQ(0, tables.main.PERIXRegisterListener(handle, &listener));
+    void* handle = Open("peer-records", &listener);
     BinaryData data{};
     EXPECT_EQ(0, perix_sim_fire_data(handle, &data));
     EXPECT_EQ(1, g_calledA.load());
@@ -306,10 +313,8 @@ void StuckData(void*, const void*) {
 TEST_F(StrictEngineRecords, ReleaseWaitsForACallbackRunningOnAnotherThread) {
     ReleaseRace race;
     g_race = &race;
-    const PERIXInfo info = Info("peer-race");
-    void* handle = tables.main.PERIXCreateServiceHandle(&info);
     PerixEngineListener listener{nullptr, nullptr, SlowData};
-    ASSERT_EQ(0, tables.main.PERIXRegisterListener(handle, &listener));
+    void* handle = Open("peer-race", &listener);
     // The call hook marks the moment the release is entered (before it waits).
     perix_sim_set_call_hook(
         [](void*, int table, int slot, void*) {
@@ -335,10 +340,8 @@ TEST_F(StrictEngineRecords, ReleaseWaitsForACallbackRunningOnAnotherThread) {
 TEST_F(StrictEngineRecords, AReleaseStuckBehindACallbackIsAReleaseDeadlockAfterTenSeconds) {
     ReleaseRace race;
     g_race = &race;
-    const PERIXInfo info = Info("peer-stuck");
-    void* handle = tables.main.PERIXCreateServiceHandle(&info);
     PerixEngineListener listener{nullptr, nullptr, StuckData};
-    ASSERT_EQ(0, tables.main.PERIXRegisterListener(handle, &listener));
+    void* handle = Open("peer-stuck", &listener);
     BinaryData data{};
     std::thread engineThread([&] { perix_sim_fire_data(handle, &data); });
     ASSERT_TRUE(race.WaitFor([&] { return race.inCallback; }, std::chrono::seconds(10)));
@@ -371,10 +374,8 @@ void CountData(void*, const void*) { ++g_hookSeen->dataCalls; }
 TEST_F(StrictEngineRecords, TheReleaseHookRunsOnTheReleasingThreadBeforeTheHandleIsFreed) {
     HookSeen seen;
     g_hookSeen = &seen;
-    const PERIXInfo info = Info("peer-hooked");
-    void* handle = tables.main.PERIXCreateServiceHandle(&info);
     PerixEngineListener listener{nullptr, nullptr, CountData};
-    ASSERT_EQ(0, tables.main.PERIXRegisterListener(handle, &listener));
+    void* handle = Open("peer-hooked", &listener);
     perix_sim_set_release_hook(
         [](void*, void* h) {
             g_hookSeen->thread = std::this_thread::get_id();
@@ -435,10 +436,8 @@ using StrictEngineMalformed = StrictEngineHandles;
 
 TEST_F(StrictEngineMalformed, NullFieldsAndLengthsBeyondTheBytesArriveAsGivenWithoutOverreads) {
     g_received = Received{};
-    const PERIXInfo info = Info("peer-malformed");
-    void* handle = tables.main.PERIXCreateServiceHandle(&info);
     PerixEngineListener listener{ReceiveDevice, nullptr, ReceiveData};
-    ASSERT_EQ(0, tables.main.PERIXRegisterListener(handle, &listener));
+    void* handle = Open("peer-malformed", &listener);
 
     ASSERT_EQ(0, perix_sim_peer_post_data_raw(handle, 1, 2, perix_sim_raw_field{nullptr, 0, 100}));
     perix_sim_peer_flush();
