@@ -51,6 +51,7 @@ forbid 'RemoteUtil::RemoteController::'
 forbid 'RemoteUtil::(AddTimeStamp|DoPaddingOperation)'
 forbid 'OrbPerix::(coding|ElapsedMilliseconds)'
 forbid 'OrbPerix::(Input|Source|Sink|Base)Provider::'
+forbid 'OrbPerix::Session(Provider|Ops|Store)'
 forbid 'hostlibs::'
 forbid 'OrbPerix::capture::'
 count=$(grep -cE '(OrbPerix|RemoteUtil|ICast)' <<<"$symbols" || true)

@@ -1,5 +1,5 @@
-// InputProvider: construction, life cycle and the connection operations, which are the shared
-// SessionOps code run for the input kind.
+// InputProvider: construction, life cycle and RegisterPERIXListener (the connection and services
+// operations are SessionProvider's, run for the input kind).
 #include "provider/input_provider.h"
 
 #include <new>
@@ -72,7 +72,8 @@ const SessionKind kInputSessionKind = {
      "OrbPerix::InputProvider::UnRegisterListener"}};
 }  // namespace
 
-InputProvider::InputProvider(const EngineLoad& load) : ops_(kInputSessionKind, load) {
+InputProvider::InputProvider(const EngineLoad& load)
+    : SessionProvider(kInputSessionKind, load) {
     InputState& g = InputGlobals();
     g.buttonLoad.store(&load, std::memory_order_release);
     g.heartbeatRunning.store(false, std::memory_order_relaxed);
@@ -151,12 +152,6 @@ void InputProvider::StopOwnHeartbeat() noexcept {
     }
 }
 
-int InputProvider::ConnectDevice(PERIXInfo* deviceInfo) { return ops_.ConnectDevice(deviceInfo); }
-
-int InputProvider::DisconnectDevice(PERIXInfo* deviceInfo) {
-    return ops_.DisconnectDevice(deviceInfo);
-}
-
 int InputProvider::RegisterPERIXListener(PERIXInfo* deviceInfo, ProviderListener* listener) {
     return RegisterPERIXListener(deviceInfo, listener, HostRoute{});
 }
@@ -176,45 +171,6 @@ int InputProvider::RegisterPERIXListener(PERIXInfo* deviceInfo, ProviderListener
     }
     return 0;
 }
-
-int InputProvider::UnRegisterListener(PERIXInfo* deviceInfo) {
-    return ops_.UnRegisterListener(deviceInfo);
-}
-
-int InputProvider::RegisterDataListener(const std::string* deviceId, uint32_t type,
-                                        void* callback) {
-    return ops_.RegisterDataListener(deviceId, type, callback);
-}
-
-int InputProvider::UnRegisterDataListener(const std::string* deviceId, uint32_t type) {
-    return ops_.UnRegisterDataListener(deviceId, type);
-}
-
-int InputProvider::SendData(const std::string* deviceId, BinaryData* data) {
-    return ops_.SendData(deviceId, data);
-}
-
-int InputProvider::SendDataNoResult(const std::string* deviceId, BinaryData* data) {
-    return ops_.SendDataNoResult(deviceId, data);
-}
-
-int InputProvider::StartDeviceService(ServiceInfo* service, void* reserved) {
-    return ops_.StartDeviceService(service, reserved);
-}
-
-int InputProvider::StopDeviceService(ServiceInfo* service) {
-    return ops_.StopDeviceService(service);
-}
-
-void InputProvider::RegisterEventCallback(std::string deviceId, uint32_t type, void* callback) {
-    ops_.RegisterEventCallback(deviceId, type, callback);
-}
-
-void InputProvider::SendBinaryData(const std::string* deviceId, BinaryData* data) {
-    ops_.SendBinaryData(deviceId, data);
-}
-
-int InputProvider::SendByHandler(void* a, void* b, void* c) { return ops_.SendByHandler(a, b, c); }
 
 uint32_t InputProvider::NowMilliseconds() noexcept {
     const InputState& g = InputGlobals();

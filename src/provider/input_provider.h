@@ -28,6 +28,7 @@
 #include "orbperix/providers.h"
 #include "provider/provider_common.h"
 #include "provider/session_ops.h"
+#include "provider/session_provider.h"
 #include "provider/session_store.h"
 
 namespace OrbPerix {
@@ -55,7 +56,8 @@ struct InputState {
 };
 InputState& InputGlobals() noexcept;
 
-class InputProvider : public IInputProvider {
+// The connection and services operations are SessionProvider's, run for the input kind.
+class InputProvider : public SessionProvider<IInputProvider> {
 public:
     // Binds to `load`; resets the process-wide input state (button table of `load`,
     // heartbeatRunning and buttonOpened false, lastInputTime 0, time base restarted).
@@ -68,24 +70,13 @@ public:
 
     int Init() override;
     void DeInit() override;
-    int ConnectDevice(PERIXInfo* deviceInfo) override;
-    int DisconnectDevice(PERIXInfo* deviceInfo) override;
     int RegisterPERIXListener(PERIXInfo* deviceInfo, ProviderListener* listener) override;
     // The same, keeping the C interface's listener in the session with `listener`'s entries.
     int RegisterPERIXListener(PERIXInfo* deviceInfo, ProviderListener* listener,
                               const HostRoute& route);
-    int UnRegisterListener(PERIXInfo* deviceInfo) override;
-    int RegisterDataListener(const std::string* deviceId, uint32_t type, void* callback) override;
-    int UnRegisterDataListener(const std::string* deviceId, uint32_t type) override;
-    int SendData(const std::string* deviceId, BinaryData* data) override;
-    int SendDataNoResult(const std::string* deviceId, BinaryData* data) override;
-    int StartDeviceService(ServiceInfo* service, void* reserved) override;
-    int StopDeviceService(ServiceInfo* service) override;
-    void RegisterEventCallback(std::string deviceId, uint32_t type, void* callback) override;
     int OpenButton(ServiceInfo* service, void* reserved) override;
     int CloseButton(ServiceInfo* service, void* reserved1, void* reserved2) override;
     int PostRemoteCtrlEvent(ServiceInfo* service, RemoteCtrlEvent* event) override;
-    void SendBinaryData(const std::string* deviceId, BinaryData* data) override;
     int ButtonWriteStreamBuffer(ServiceInfo* service, uint8_t* data, uint32_t len) override;
 
     // PostRemoteCtrlEvent for the C interface, without copying the service's texts: the same
@@ -94,7 +85,6 @@ public:
     // button identity, which C strings back everywhere else).
     int PostRemoteCtrlEventTo(std::string_view deviceId, std::string_view serviceId,
                               RemoteCtrlEvent* event);
-    int SendByHandler(void* a, void* b, void* c) override;
 
     // Engine thread: the button channel's notification (registered by RegisterPERIXListener).
     static int ButtonNotify(const void* identity, const void* notify) noexcept;
@@ -130,7 +120,6 @@ private:
     // Stops this provider's own heartbeat thread (not the process-wide flag) and joins it.
     void StopOwnHeartbeat() noexcept;
 
-    SessionOps ops_;
     std::thread heartbeat_;
     std::shared_ptr<HeartbeatControl> heartbeatControl_;
 };

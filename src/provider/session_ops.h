@@ -2,8 +2,8 @@
 // written once. What tells the kinds apart is a SessionKind record: the kind's session store,
 // its "initialised" flag, its log texts and its engine listener record.
 //
-// A provider holds `SessionOps ops_{kInputSessionKind, load}` (or the source kind's record),
-// forwards its shared virtual operations to it, and:
+// A provider derives from SessionProvider (which holds `SessionOps ops_` for the kind's record
+// and implements the shared virtual operations with it), and:
 //   - RegisterPERIXListener: calls ops_.RegisterPERIXListenerSteps (the initialised check,
 //     CreateServiceHandler under the provider mutex, PERIXRegisterListener with the kind's
 //     engine listener record); on 0 it registers its own channel callbacks.

@@ -58,7 +58,7 @@ SourceClassState& SourceState() noexcept {
 }
 
 SourceProvider::SourceProvider(const EngineLoad& load)
-    : ops_(kSourceSessionKind, load), load_(load) {
+    : SessionProvider(kSourceSessionKind, load), load_(load) {
     SourceClassState& state = SourceState();
     state.initialized.store(false, std::memory_order_relaxed);
     state.clockFrequency.store(platform::PerformanceFrequency(), std::memory_order_relaxed);
@@ -107,52 +107,5 @@ int SourceProvider::RegisterPERIXListener(PERIXInfo* deviceInfo, ProviderListene
     }
     return 0;
 }
-
-// ---- Shared with the input provider ----
-
-int SourceProvider::ConnectDevice(PERIXInfo* deviceInfo) { return ops_.ConnectDevice(deviceInfo); }
-
-int SourceProvider::DisconnectDevice(PERIXInfo* deviceInfo) {
-    return ops_.DisconnectDevice(deviceInfo);
-}
-
-int SourceProvider::UnRegisterListener(PERIXInfo* deviceInfo) {
-    return ops_.UnRegisterListener(deviceInfo);
-}
-
-int SourceProvider::RegisterDataListener(const std::string* deviceId, uint32_t type,
-                                         void* callback) {
-    return ops_.RegisterDataListener(deviceId, type, callback);
-}
-
-int SourceProvider::UnRegisterDataListener(const std::string* deviceId, uint32_t type) {
-    return ops_.UnRegisterDataListener(deviceId, type);
-}
-
-int SourceProvider::SendData(const std::string* deviceId, BinaryData* data) {
-    return ops_.SendData(deviceId, data);
-}
-
-int SourceProvider::SendDataNoResult(const std::string* deviceId, BinaryData* data) {
-    return ops_.SendDataNoResult(deviceId, data);
-}
-
-void SourceProvider::SendBinaryData(const std::string* deviceId, BinaryData* data) {
-    ops_.SendBinaryData(deviceId, data);
-}
-
-int SourceProvider::StartDeviceService(ServiceInfo* service, void* reserved) {
-    return ops_.StartDeviceService(service, reserved);
-}
-
-int SourceProvider::StopDeviceService(ServiceInfo* service) {
-    return ops_.StopDeviceService(service);
-}
-
-void SourceProvider::RegisterEventCallback(std::string deviceId, uint32_t type, void* callback) {
-    ops_.RegisterEventCallback(deviceId, type, callback);
-}
-
-int SourceProvider::SendByHandler(void* a, void* b, void* c) { return ops_.SendByHandler(a, b, c); }
 
 }  // namespace OrbPerix

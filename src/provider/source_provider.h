@@ -3,8 +3,8 @@
 // audio and partial-refresh channels, writes stream buffers and hands the engine's audio and
 // partial-refresh deliveries to the host's listener as private copies.
 //
-// Its connection and services operations are SessionOps, run for the source kind: the code it
-// shares with the input provider. The session store, the initialised flag and the time base are
+// Its connection and services operations are SessionProvider's, run for the source kind: the
+// code it shares with the input provider. The session store, the initialised flag and the time base are
 // class-wide: shared by every SourceProvider in the process, separate from the input
 // provider's.
 //
@@ -22,6 +22,7 @@
 #include "orbperix/providers.h"
 #include "provider/provider_common.h"
 #include "provider/session_ops.h"
+#include "provider/session_provider.h"
 #include "provider/session_store.h"
 
 namespace OrbPerix {
@@ -32,7 +33,7 @@ struct SourceKind {
     static bool Initialized() noexcept;
 };
 
-class SourceProvider : public ISourceProvider {
+class SourceProvider : public SessionProvider<ISourceProvider> {
 public:
     // Binds to `load`, clears the class-wide initialised flag and restarts the class-wide
     // time base (frequency, then counter).
@@ -45,22 +46,12 @@ public:
 
     int Init() override;
     void DeInit() override;
-    int ConnectDevice(PERIXInfo* deviceInfo) override;
-    int DisconnectDevice(PERIXInfo* deviceInfo) override;
     // Creates the session and handle, then registers the engine listener, the audio callback
     // and the refresh callback, stopping at the first failure (nothing is rolled back).
     int RegisterPERIXListener(PERIXInfo* deviceInfo, ProviderListener* listener) override;
     // The same, keeping the C interface's listener in the session with `listener`'s entries.
     int RegisterPERIXListener(PERIXInfo* deviceInfo, ProviderListener* listener,
                               const HostRoute& route);
-    int UnRegisterListener(PERIXInfo* deviceInfo) override;
-    int RegisterDataListener(const std::string* deviceId, uint32_t type, void* callback) override;
-    int UnRegisterDataListener(const std::string* deviceId, uint32_t type) override;
-    int SendData(const std::string* deviceId, BinaryData* data) override;
-    int SendDataNoResult(const std::string* deviceId, BinaryData* data) override;
-    int StartDeviceService(ServiceInfo* service, void* reserved) override;
-    int StopDeviceService(ServiceInfo* service) override;
-    void RegisterEventCallback(std::string deviceId, uint32_t type, void* callback) override;
 
     // Audio channel (source_audio.cpp).
     int OpenAudio(ServiceInfo* service, AudioParam* audioParam) override;
@@ -75,9 +66,6 @@ public:
     // Records the write time, then hands the caller's buffer to the engine (no copy).
     int PartialRefreshWriteStreamBuffer(ServiceInfo* service, uint8_t* data,
                                         int32_t length) override;
-
-    void SendBinaryData(const std::string* deviceId, BinaryData* data) override;
-    int SendByHandler(void* a, void* b, void* c) override;
 
     // Engine-thread callbacks of the audio and refresh channels. Each delivery reaches the
     // listener of the session named by the record's device id as one private heap copy, freed
@@ -96,7 +84,6 @@ public:
 private:
     void TearDown() noexcept;
 
-    SessionOps ops_;  // the engine load, provider mutex, last handle
     const EngineLoad& load_;      // audio and refresh tables are called through it
     std::atomic<uint32_t> lastWriteTimeMs_{0};
 };
