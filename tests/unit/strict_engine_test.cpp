@@ -273,7 +273,6 @@ struct ReleaseRace {
     std::condition_variable changed;
     bool inCallback = false;
     bool releaseStarted = false;
-    bool releaseReturned = false;
     std::vector<std::string> order;
 
     void Note(const std::string& what) {
@@ -303,13 +302,6 @@ void SlowData(void*, const void*) {
     g_race->Note("callback left");
 }
 
-// Stays in the callback until the release has returned (or 30 s).
-void StuckData(void*, const void*) {
-    g_race->Set(&ReleaseRace::inCallback);
-    g_race->WaitFor([] { return g_race->releaseReturned; }, std::chrono::seconds(30));
-    g_race->Note("callback left");
-}
-
 TEST_F(StrictEngineRecords, ReleaseWaitsForACallbackRunningOnAnotherThread) {
     ReleaseRace race;
     g_race = &race;
@@ -334,31 +326,6 @@ TEST_F(StrictEngineRecords, ReleaseWaitsForACallbackRunningOnAnotherThread) {
     EXPECT_EQ((std::vector<std::string>{"callback left", "release returned"}), race.order);
     EXPECT_EQ(1, perix_sim_handle_is_released(handle));
     EXPECT_EQ(0, perix_sim_violation_count());
-    g_race = nullptr;
-}
-
-TEST_F(StrictEngineRecords, AReleaseStuckBehindACallbackIsAReleaseDeadlockAfterTenSeconds) {
-    ReleaseRace race;
-    g_race = &race;
-    PerixEngineListener listener{nullptr, nullptr, StuckData};
-    void* handle = Open("peer-stuck", &listener);
-    BinaryData data{};
-    std::thread engineThread([&] { perix_sim_fire_data(handle, &data); });
-    ASSERT_TRUE(race.WaitFor([&] { return race.inCallback; }, std::chrono::seconds(10)));
-
-    const auto start = std::chrono::steady_clock::now();
-    testing::internal::CaptureStderr();
-    tables.main.PERIXReleaseServiceHandle(handle, nullptr, nullptr);
-    const std::string err = testing::internal::GetCapturedStderr();
-    const auto waited = std::chrono::steady_clock::now() - start;
-    race.Note("release returned");
-    race.Set(&ReleaseRace::releaseReturned);
-    engineThread.join();
-
-    EXPECT_NE(std::string::npos, err.find("PERIXReleaseServiceHandle release deadlock")) << err;
-    EXPECT_EQ(1, perix_sim_violation_count());
-    EXPECT_GE(waited, std::chrono::seconds(9));
-    EXPECT_EQ((std::vector<std::string>{"release returned", "callback left"}), race.order);
     g_race = nullptr;
 }
 
