@@ -325,8 +325,9 @@ TEST(EncoderFraming, ElapsedMillisecondsTruncatesTowardZeroAndNeverTraps) {
     (void)ElapsedMilliseconds(min, max, 1);
 }
 
-// ---- Golden packets, one row per kind, and each kind's action words. `codes[a]` is the code
-// byte action `a` selects; action `codes.size()` is refused with "<encoder>, unknown type".
+// ---- Golden packets, at least one per kind, each decoded and described by the packet decoder;
+// a second row of a kind is held by its description alone. `codes[a]` is the code byte action
+// `a` selects; action `codes.size()` is refused with "<encoder>, unknown type".
 
 struct GoldenCase {
     const char* name;
@@ -334,7 +335,7 @@ struct GoldenCase {
     RemoteCtrlEvent event;
     size_t bufferSize;
     uint8_t capacity;
-    Bytes expected;
+    Bytes expected;  // empty: the description holds the packet
     Bytes codes;
     std::string encoder;
 };
@@ -367,13 +368,7 @@ std::vector<GoldenCase> GoldenCases() {
     touch.payload.touch.action = 1;
     cases.push_back({"touch, no pointer",
                      "left_point_up pointers=0 ts=1234ms [len=18 class=0 tag=0x00 flags=0x00]",
-                     touch, 109, 105, {
-        0x00, 0x00, 0x00, 0x12, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,  // header, length 18
-        0x0F,                    // code 15: pointer up
-        0x00, 0x01,              // body length 9*0 + 1
-        0x00,                    // pointer count
-        0x00, 0x00, 0x04, 0xD2,  // timestamp; 4 + 4 is even
-    }, {}, ""});
+                     touch, 109, 105, {}, {}, ""});
 
     touch.payload.touch.action = 2;  // one pointer: nine bytes reserved, padded
     touch.payload.touch.pointerCount = 1;
@@ -493,14 +488,7 @@ std::vector<GoldenCase> GoldenCases() {
     cases.push_back({"input focus",
                      "input_focus flag=1 values=(1,2,3,4) ts=1234ms "
                      "[len=26 class=2 tag=0x00 flags=0x00]",
-                     focus, 489, 233, {
-        0x00, 0x02, 0x00, 0x1A, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,  // class 2, length 26
-        0x01,                    // code 1: focus
-        0x00, 0x09,              // body length
-        0x01,                    // focusFlag
-        0x00, 0x01, 0x00, 0x02, 0x00, 0x03, 0x00, 0x04,  // focusValues
-        0x00, 0x00, 0x04, 0xD2,  // timestamp
-    }, {}, ""});
+                     focus, 489, 233, {}, {}, ""});
 
     RemoteCtrlEvent text = Event(7);
     text.payload.input.content.contentLength = 2;
@@ -545,13 +533,13 @@ std::vector<GoldenCase> GoldenCases() {
 
 TEST(EncoderKinds, GoldenPacketsAndActionCodes) {
     for (GoldenCase& c : GoldenCases()) {
-        const SendResult result = Send(c.event, c.bufferSize, c.capacity);
-        EXPECT_EQ(result.length, static_cast<int>(c.expected.size())) << c.name;
-        EXPECT_EQ(result.Packet(), c.expected) << c.name;
+        const Bytes sent = Send(c.event, c.bufferSize, c.capacity).Packet();
+        if (!c.expected.empty()) {
+            EXPECT_EQ(sent, c.expected) << c.name;
+        }
         OrbPerix::packet::DecodedPacket packet;
         std::string reason;
-        EXPECT_TRUE(OrbPerix::packet::DecodePacket(c.expected.data(), c.expected.size(), &packet,
-                                                   &reason))
+        EXPECT_TRUE(OrbPerix::packet::DecodePacket(sent.data(), sent.size(), &packet, &reason))
             << c.name << ": " << reason;
         EXPECT_EQ(OrbPerix::packet::Describe(packet), c.decoded) << c.name;
         if (c.codes.empty()) continue;
