@@ -65,17 +65,6 @@ TEST(EncoderFraming, HeaderFlagsMapThreeBitsAndTagCopiesTheLowByte) {
     }
 }
 
-TEST(EncoderFraming, TimestampIsBigEndianMilliseconds) {
-    RemoteCtrlEvent event = Event(6);
-    for (int64_t ms : {int64_t{0}, int64_t{1}, int64_t{0xABCDEF}}) {
-        const SendResult result = Send(event, 109, 105, ms);
-        ASSERT_EQ(result.length, 26);
-        const Bytes expected = {static_cast<uint8_t>(ms >> 24), static_cast<uint8_t>(ms >> 16),
-                                static_cast<uint8_t>(ms >> 8), static_cast<uint8_t>(ms)};
-        EXPECT_EQ(Bytes(result.buffer.begin() + 22, result.buffer.begin() + 26), expected) << ms;
-    }
-}
-
 // Coordinates: truncated to int32 (0 when out of range or NaN), low 16 bits, high byte first.
 TEST(EncoderFraming, CoordinateConversionSweep) {
     struct Case {
@@ -797,28 +786,19 @@ TEST(EncoderSender, NullEventOrBufferIsRefusedAndTheBufferUntouched) {
     EXPECT_EQ(TraceLines(), (std::vector<LogLine>{line, line}));
 }
 
-TEST(EncoderSender, GetInstanceReturnsOneInstanceToEveryThread) {
-    RemoteUtil::RemoteEvent* first = RemoteUtil::RemoteEvent::GetInstance();
-    ASSERT_NE(first, nullptr);
-    std::vector<RemoteUtil::RemoteEvent*> seen(8, nullptr);
-    std::vector<std::thread> threads;
-    for (size_t i = 0; i < seen.size(); ++i) {
-        threads.emplace_back([&seen, i] { seen[i] = RemoteUtil::RemoteEvent::GetInstance(); });
-    }
-    for (std::thread& thread : threads) thread.join();
-    for (RemoteUtil::RemoteEvent* instance : seen) EXPECT_EQ(instance, first);
-}
-
-// Many threads share the sender; each packet must be exactly its own event's.
+// Many threads share the one sender; each packet must be exactly its own event's.
 TEST(EncoderSender, ConcurrentSendersBuildIndependentPackets) {
     constexpr int kThreads = 8;
     constexpr int kPerThread = 2000;
+    RemoteUtil::RemoteEvent* const first = RemoteUtil::RemoteEvent::GetInstance();
+    ASSERT_NE(first, nullptr);
     std::atomic<int> mismatches{0};
     std::vector<std::thread> threads;
     for (int t = 0; t < kThreads; ++t) {
-        threads.emplace_back([t, &mismatches] {
+        threads.emplace_back([t, first, &mismatches] {
             const remote_test::TimeBase base = remote_test::TimeBaseAt(0);
             RemoteUtil::RemoteEvent* sender = RemoteUtil::RemoteEvent::GetInstance();
+            if (sender != first) ++mismatches;
             for (int i = 0; i < kPerThread; ++i) {
                 RemoteCtrlEvent event = Event(6);
                 event.headerTag = static_cast<uint32_t>(t);
