@@ -187,30 +187,11 @@ TEST_F(StrictEngineHandles, AViolationAbortsByDefault) {
                  "STRICT ENGINE VIOLATION: PERIXGetConnectionStatus called with released handle");
 }
 
-TEST_F(StrictEngineHandles, TheCallHookSeesEverySlotCallWithItsHandleAndADelayHoldsTheSlot) {
-    struct Seen {
-        std::vector<std::pair<int, int>> slots;
-        std::vector<void*> handles;
-    } seen;
-    perix_sim_set_call_hook(
-        [](void* context, int table, int slot, void* handle) {
-            auto* s = static_cast<Seen*>(context);
-            s->slots.emplace_back(table, slot);
-            s->handles.push_back(handle);
-        },
-        &seen);
-    const PERIXInfo info = Info("peer-hook");
+// The call hook's table and slot are held by the host-safety case that waits for a call to
+// reach the engine; a delay that did not hold would leave the races there untried.
+TEST_F(StrictEngineHandles, ADelayHoldsTheSlot) {
+    const PERIXInfo info = Info("peer-delay");
     void* handle = tables.main.PERIXCreateServiceHandle(&info);
-    tables.main.PERIXStartService(handle, &info);
-    tables.audio.reserved1();
-    ASSERT_EQ(3u, seen.slots.size());
-    EXPECT_EQ(std::make_pair(0, 4), seen.slots[0]);
-    EXPECT_EQ(nullptr, seen.handles[0]);
-    EXPECT_EQ(std::make_pair(0, 6), seen.slots[1]);
-    EXPECT_EQ(handle, seen.handles[1]);
-    EXPECT_EQ(std::make_pair(2, 1), seen.slots[2]);
-    perix_sim_set_call_hook(nullptr, nullptr);
-
     perix_sim_set_slot_delay(PERIX_SIM_MAIN, 8, 150);
     const auto start = std::chrono::steady_clock::now();
     tables.main.PERIXGetConnectionStatus(handle, nullptr);
