@@ -144,8 +144,27 @@ int Delivered(int Seen::*counter, bool payload, Fire&& fire) {
     return DeliveredTo(g_seen, counter, payload, std::forward<Fire>(fire));
 }
 
-std::string DataNoMemory(const char* message, uint32_t length) {
-    return std::string(message) + std::to_string(length);
+// The lines a notification logs when the library's copy of its payload cannot be made,
+// followed by the payload's length.
+const char* const kButtonNoMemory = "On ButtonNotify, new dataExtend failed: , dataLen: ";
+const char* const kDataNoMemory = "On DataReceive, new data failed: , dataLen: ";
+const char* const kAudioNoMemory = "On AudioNotify, new dataExtend failed: , dataLen: ";
+const char* const kRefreshNoMemory = "On PartialRefreshNotify, new dataExtend failed: , dataLen: ";
+
+// A notification that carries Payload(length) to `seen`'s `counter`: `fire` delivers the bytes
+// and returns the engine callback's result (0 where it has none).
+Step PayloadStep(const std::string& name, Seen* seen, int Seen::*counter, uint32_t length,
+                 const char* noMemory, std::function<int(uint8_t*)> fire) {
+    Step step{name, [seen, counter, length, fire] {
+                  int result = 0;
+                  const int delivered = DeliveredTo(*seen, counter, true, [&] {
+                      std::vector<uint8_t> bytes = Payload(length);
+                      result = fire(bytes.data());
+                  });
+                  return result != 0 ? result : delivered;
+              }};
+    step.lines = {{length, noMemory + std::to_string(length)}};
+    return step;
 }
 
 // Common steps: initialise and finalise.
@@ -300,32 +319,22 @@ int SendSomeData(Provider& provider, const std::string& deviceId) {
 
 // Button data from the peer on the engine's delivery thread, to `seen`'s listener.
 Step PeerButtonStep(const std::string& name, const std::string& deviceId, Seen* seen) {
-    Step step{name, [deviceId, seen] {
-                  return DeliveredTo(*seen, &Seen::button, true, [&] {
-                      const std::vector<uint8_t> bytes = Payload(kButtonData);
-                      perix_sim_peer_post_button(deviceId.c_str(), "btn-0", 2, 0, bytes.data(),
-                                                 kButtonData);
-                      perix_sim_peer_flush();
-                  });
-              }};
-    step.lines = {{kButtonData,
-                   DataNoMemory("On ButtonNotify, new dataExtend failed: , dataLen: ", kButtonData)}};
-    return step;
+    return PayloadStep(name, seen, &Seen::button, kButtonData, kButtonNoMemory,
+                       [deviceId](uint8_t* bytes) {
+                           perix_sim_peer_post_button(deviceId.c_str(), "btn-0", 2, 0, bytes,
+                                                      kButtonData);
+                           perix_sim_peer_flush();
+                           return 0;
+                       });
 }
 
 // Binary data from the peer of the newest handle, to `seen`'s listener.
 Step PeerDataStep(const std::string& name, Seen* seen) {
-    Step step{name, [seen] {
-                  return DeliveredTo(*seen, &Seen::data, true, [] {
-                      const std::vector<uint8_t> bytes = Payload(kReceivedData);
-                      perix_sim_peer_post_data(perix_sim_last_handle(), 3, 4, bytes.data(),
-                                               kReceivedData);
-                      perix_sim_peer_flush();
-                  });
-              }};
-    step.lines = {{kReceivedData,
-                   DataNoMemory("On DataReceive, new data failed: , dataLen: ", kReceivedData)}};
-    return step;
+    return PayloadStep(name, seen, &Seen::data, kReceivedData, kDataNoMemory, [](uint8_t* bytes) {
+        perix_sim_peer_post_data(perix_sim_last_handle(), 3, 4, bytes, kReceivedData);
+        perix_sim_peer_flush();
+        return 0;
+    });
 }
 
 // The notifications every session receives from its peer on the engine's delivery thread.
@@ -408,36 +417,14 @@ struct SourceState {
 };
 
 // Audio from the peer's `serviceId`, to `seen`'s listener.
-Step AudioDelivery(const std::string& name, const char* deviceId, const char* serviceId, Seen* seen) {
-    std::string device = deviceId;
-    std::string service = serviceId;
-    Step step{name, [device, service, seen] {
-                  return DeliveredTo(*seen, &Seen::audio, true, [&] {
-                      const std::vector<uint8_t> bytes = Payload(kAudioData);
-                      perix_sim_deliver_audio(device.c_str(), service.c_str(), 3, 1, 2,
-                                              bytes.data(), kAudioData);
-                      perix_sim_deliveries_flush();
-                  });
-              }};
-    step.lines = {{kAudioData,
-                   DataNoMemory("On AudioNotify, new dataExtend failed: , dataLen: ", kAudioData)}};
-    return step;
-}
-
-Step RefreshDelivery(const char* deviceId, const char* serviceId) {
-    std::string device = deviceId;
-    std::string service = serviceId;
-    Step step{"peer partial refresh", [device, service] {
-                  return Delivered(&Seen::refresh, true, [&] {
-                      const std::vector<uint8_t> bytes = Payload(kRefreshData);
-                      perix_sim_deliver_refresh(device.c_str(), service.c_str(), 1, 2,
-                                                bytes.data(), kRefreshData);
-                      perix_sim_deliveries_flush();
-                  });
-              }};
-    step.lines = {{kRefreshData, DataNoMemory("On PartialRefreshNotify, new dataExtend failed: , dataLen: ",
-                                              kRefreshData)}};
-    return step;
+Step AudioDelivery(const std::string& name, std::string device, std::string service, Seen* seen) {
+    return PayloadStep(name, seen, &Seen::audio, kAudioData, kAudioNoMemory,
+                       [device, service](uint8_t* bytes) {
+                           perix_sim_deliver_audio(device.c_str(), service.c_str(), 3, 1, 2, bytes,
+                                                   kAudioData);
+                           perix_sim_deliveries_flush();
+                           return 0;
+                       });
 }
 }  // namespace
 
@@ -468,7 +455,13 @@ sweep::Scenario SourceSession() {
                              return state->provider->PartialRefreshWriteStreamBuffer(
                                  &state->refresh, bytes.data(), 96);
                          }});
-    steps.push_back(RefreshDelivery(kLongPeer, "refresh-service-with-a-long-id"));
+    steps.push_back(PayloadStep("peer partial refresh", &g_seen, &Seen::refresh, kRefreshData,
+                                kRefreshNoMemory, [](uint8_t* bytes) {
+                                    perix_sim_deliver_refresh(kLongPeer, "refresh-service-with-a-long-id",
+                                                              1, 2, bytes, kRefreshData);
+                                    perix_sim_deliveries_flush();
+                                    return 0;
+                                }));
     steps.push_back(SendDataStep("SendData", [state] { return SendSomeData(*state->provider, kLongPeer); }));
     AddPeerNotifications(steps, kLongPeer);
     steps.push_back(Step{"CloseAudio", [state] { return state->provider->CloseAudio(&state->audio); }});
@@ -576,54 +569,36 @@ sweep::Scenario Notifications() {
                                      perix_sim_fire_service_change(input ? state->inputHandle : state->sourceHandle, &notify);
                                  });
                              }});
-        Step data{prefix + "data", [state, input] {
-                      return Delivered(&Seen::data, true, [&] {
-                          std::vector<uint8_t> bytes = Payload(kReceivedData);
-                          const BinaryData record{5, 6, bytes.data(), kReceivedData};
-                          perix_sim_fire_data(input ? state->inputHandle : state->sourceHandle, &record);
-                      });
-                  }};
-        data.lines = {{kReceivedData,
-                       DataNoMemory("On DataReceive, new data failed: , dataLen: ", kReceivedData)}};
-        steps.push_back(data);
+        steps.push_back(PayloadStep(prefix + "data", &g_seen, &Seen::data, kReceivedData,
+                                    kDataNoMemory, [state, input](uint8_t* bytes) {
+                                        const BinaryData record{5, 6, bytes, kReceivedData};
+                                        perix_sim_fire_data(input ? state->inputHandle : state->sourceHandle, &record);
+                                        return 0;
+                                    }));
     }
-    Step button{"button data", [] {
-                    const std::string id = "input-peer-with-a-long-identifier";
-                    const std::string service = "button-service-with-a-long-id";
-                    std::vector<uint8_t> bytes = Payload(kButtonData);
-                    const PerixButtonIdentity identity{id.c_str(), static_cast<uint32_t>(id.size()),
-                                                       service.c_str(), static_cast<uint32_t>(service.size())};
-                    const PerixButtonNotify notify{2, 0, 0, kButtonData, bytes.data()};
-                    int result = 0;
-                    const int seen = Delivered(&Seen::button, true, [&] {
-                        result = perix_sim_fire_button(&identity, &notify);
-                    });
-                    return result != 0 ? result : seen;
-                }};
-    button.lines = {{kButtonData,
-                     DataNoMemory("On ButtonNotify, new dataExtend failed: , dataLen: ", kButtonData)}};
+    Step button = PayloadStep("button data", &g_seen, &Seen::button, kButtonData, kButtonNoMemory,
+                              [](uint8_t* bytes) {
+                                  const std::string id = "input-peer-with-a-long-identifier";
+                                  const std::string service = "button-service-with-a-long-id";
+                                  const PerixButtonIdentity identity{
+                                      id.c_str(), static_cast<uint32_t>(id.size()), service.c_str(),
+                                      static_cast<uint32_t>(service.size())};
+                                  const PerixButtonNotify notify{2, 0, 0, kButtonData, bytes};
+                                  return perix_sim_fire_button(&identity, &notify);
+                              });
     button.failCode = -13;
     steps.push_back(button);
-    for (int channel = 0; channel < 2; ++channel) {
-        const bool audio = channel == 0;
-        Step stream{audio ? "audio" : "partial refresh", [audio] {
-                        const std::string service = audio ? kLongService : "refresh-service-with-a-long-id";
-                        const uint32_t length = audio ? kAudioData : kRefreshData;
-                        std::vector<uint8_t> bytes = Payload(length);
-                        const PerixServiceId id{kLongPeer, static_cast<uint32_t>(std::strlen(kLongPeer)),
-                                                service.c_str(), static_cast<uint32_t>(service.size()), 3};
-                        const PerixStreamNotify notify{1, 2, 0, length, bytes.data()};
-                        int result = 0;
-                        const int seen = Delivered(audio ? &Seen::audio : &Seen::refresh, true, [&] {
-                            result = audio ? perix_sim_fire_audio(&id, &notify)
-                                           : perix_sim_fire_refresh(&id, &notify);
-                        });
-                        return result != 0 ? result : seen;
-                    }};
-        stream.lines = {{audio ? kAudioData : kRefreshData,
-                         audio ? DataNoMemory("On AudioNotify, new dataExtend failed: , dataLen: ", kAudioData)
-                               : DataNoMemory("On PartialRefreshNotify, new dataExtend failed: , dataLen: ",
-                                              kRefreshData)}};
+    for (const bool audio : {true, false}) {
+        const uint32_t length = audio ? kAudioData : kRefreshData;
+        Step stream = PayloadStep(
+            audio ? "audio" : "partial refresh", &g_seen, audio ? &Seen::audio : &Seen::refresh,
+            length, audio ? kAudioNoMemory : kRefreshNoMemory, [audio, length](uint8_t* bytes) {
+                const std::string service = audio ? kLongService : "refresh-service-with-a-long-id";
+                const PerixServiceId id{kLongPeer, static_cast<uint32_t>(std::strlen(kLongPeer)),
+                                        service.c_str(), static_cast<uint32_t>(service.size()), 3};
+                const PerixStreamNotify notify{1, 2, 0, length, bytes};
+                return audio ? perix_sim_fire_audio(&id, &notify) : perix_sim_fire_refresh(&id, &notify);
+            });
         stream.failCode = -13;
         steps.push_back(stream);
     }

@@ -224,6 +224,17 @@ void ListOutcome(const Scenario& scenario, const Run& clean, const Run& run, uin
     std::printf("\n");
 }
 
+// One problem per step of `run` that did not return what the scenario expects.
+void ExpectResults(const Scenario& scenario, const Run& run, const std::string& when,
+                   Outcome* outcome) {
+    for (size_t i = 0; i < scenario.steps.size(); ++i) {
+        if (run.results[i] != scenario.steps[i].expected) {
+            outcome->problems.push_back(when + ": step '" + scenario.steps[i].name +
+                                        "' returned " + std::to_string(run.results[i]));
+        }
+    }
+}
+
 // ---- Runs in a child process ----
 
 void Put(std::string& out, int64_t value) {
@@ -376,12 +387,7 @@ Outcome SweepFresh(const Scenario& scenario) {
         outcome.problems.push_back(scenario.name + ", clean run: " + died);
         return outcome;
     }
-    for (size_t i = 0; i < scenario.steps.size(); ++i) {
-        if (clean.results[i] != scenario.steps[i].expected) {
-            outcome.problems.push_back("clean run: step '" + scenario.steps[i].name +
-                                       "' returned " + std::to_string(clean.results[i]));
-        }
-    }
+    ExpectResults(scenario, clean, "clean run", &outcome);
     outcome.points = clean.count;
     if (!outcome.problems.empty()) {
         return outcome;
@@ -423,12 +429,7 @@ Outcome Sweep(const Scenario& scenario) {
                         step >= 0 ? scenario.steps[static_cast<size_t>(step)].name.c_str() : "-");
         }
     }
-    for (size_t i = 0; i < scenario.steps.size(); ++i) {
-        if (clean.results[i] != scenario.steps[i].expected) {
-            outcome.problems.push_back("clean run: step '" + scenario.steps[i].name +
-                                       "' returned " + std::to_string(clean.results[i]));
-        }
-    }
+    ExpectResults(scenario, clean, "clean run", &outcome);
     const Run again = RunOnce(scenario, 0);
     if (again.count != clean.count || again.liveBytes != clean.liveBytes) {
         outcome.problems.push_back("two clean runs differ: " + std::to_string(clean.count) + " and " +
@@ -451,12 +452,7 @@ Outcome Sweep(const Scenario& scenario) {
     }
     // The library still works after the whole sweep.
     const Run after = RunOnce(scenario, 0);
-    for (size_t i = 0; i < scenario.steps.size(); ++i) {
-        if (after.results[i] != scenario.steps[i].expected) {
-            outcome.problems.push_back("after the sweep: step '" + scenario.steps[i].name +
-                                       "' returned " + std::to_string(after.results[i]));
-        }
-    }
+    ExpectResults(scenario, after, "after the sweep", &outcome);
     outcome.seconds =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     return outcome;

@@ -1,7 +1,7 @@
-// Everything at once against the strict engine: posting threads, engine notifications of every
-// kind from the engine's threads, connect/disconnect churn, and Finalize at the end while all of
-// it still runs. Run under ThreadSanitizer by the test script for 30 s
-// (ORBPERIX_STRESS_SECONDS); a few seconds elsewhere.
+// Everything at once against the strict engine: posting threads with pauses that let the
+// heartbeat thread write, engine notifications of every kind from the engine's threads,
+// connect/open/disconnect churn, and Finalize at the end while all of it still runs. Run under
+// ThreadSanitizer by the test script for 30 s (ORBPERIX_STRESS_SECONDS); a few seconds elsewhere.
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
@@ -62,19 +62,27 @@ TEST_F(HostSafetyStress, PostingNotificationsChurnAndFinalizeTogether) {
     std::atomic<bool> stop{false};
     std::atomic<uint64_t> posts{0};
     std::vector<std::thread> threads;
+    const auto start = std::chrono::steady_clock::now();
     for (int t = 0; t < 8; ++t) {
         threads.emplace_back([&, t] {
             RemoteCtrlEvent event;
             std::memset(&event, 0, sizeof(event));
-            event.type = t % 2 == 0 ? 6u : 8u;  // mouse moves and wheels keep the heartbeat up
-            event.payload.mouse.action = 2;
+            event.type = t % 2 == 0 ? 6u : 8u;  // mouse and wheel events keep the heartbeat up
             ServiceInfo service{"stable", "btn-1", 6};
             uint8_t pcm[64] = {};
             ServiceInfo audio{"streams", "audio", 3};
-            while (!stop.load(std::memory_order_relaxed)) {
-                input->PostRemoteCtrlEvent(&service, &event);
+            for (uint32_t i = 0; !stop.load(std::memory_order_relaxed); ++i) {
+                // Every other 200 ms all posting pauses: the heartbeat beats 50 ms after an input.
+                const auto since = std::chrono::steady_clock::now() - start;
+                if (since / std::chrono::milliseconds(200) % 2 != 0) {
+                    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+                    continue;
+                }
+                event.payload.mouse.action = i % 3;
+                if (input->PostRemoteCtrlEvent(&service, &event) == 0) {
+                    posts.fetch_add(1, std::memory_order_relaxed);
+                }
                 source->AudioWriteStreamBuffer(&audio, pcm, sizeof(pcm));
-                posts.fetch_add(1, std::memory_order_relaxed);
             }
         });
     }
@@ -86,6 +94,9 @@ TEST_F(HostSafetyStress, PostingNotificationsChurnAndFinalizeTogether) {
                 input->RegisterPERIXListener(&churn, &listener);
                 input->ConnectDevice(&churn);
                 ServiceInfo svc{churn.peerDeviceId, "virt", 2};
+                ServiceInfo churnButton{churn.peerDeviceId, "btn-1", 6};
+                input->OpenButton(&churnButton, nullptr);
+                perix_sim_peer_post_data(perix_sim_last_handle(), 0, 0, nullptr, 0);
                 input->StartDeviceService(&svc, nullptr);
                 input->SendByHandler(nullptr, nullptr, nullptr);
                 input->DisconnectDevice(&churn);
@@ -108,6 +119,9 @@ TEST_F(HostSafetyStress, PostingNotificationsChurnAndFinalizeTogether) {
             perix_sim_peer_post_service_change(stableHandle, "stable", "svc", 1, 2, 3);
             perix_sim_peer_post_data(stableHandle, 1, 2, bytes, sizeof(bytes));
             perix_sim_peer_post_button(i % 2 == 0 ? "stable" : "churn-0", "btn-1", 2, 0, bytes, 4);
+            // The channel of a churning peer reported open, then closed.
+            perix_sim_peer_post_button("churn-2", "btn-1", 1, static_cast<uint32_t>(i % 2), bytes, 4);
+            perix_sim_peer_post_button("churn-0", "btn-1", 1, 0, nullptr, 0);
             perix_sim_deliver_audio(i % 2 == 0 ? "streams" : "churn-1", "audio", 0, 1, 2, bytes,
                                     sizeof(bytes));
             perix_sim_deliver_refresh("streams", "refresh", 1, 2, bytes, sizeof(bytes));
@@ -116,6 +130,8 @@ TEST_F(HostSafetyStress, PostingNotificationsChurnAndFinalizeTogether) {
     });
 
     std::this_thread::sleep_for(std::chrono::seconds(Seconds()));
+    EXPECT_GT(perix_sim_peer_heartbeat_count(), 5);
+    EXPECT_GT(perix_sim_peer_delivered_to_callback(), 100);
     // Finalize while everything still runs: calls in flight finish, later ones get -13.
     manager().Finalize();
     EXPECT_EQ(0, perix_sim_engine_mapped());
@@ -130,7 +146,7 @@ TEST_F(HostSafetyStress, PostingNotificationsChurnAndFinalizeTogether) {
     source->DeInit();
     manager().DestoryInputProvider(input);
     manager().DestorySourceProvider(source);
-    EXPECT_GT(posts.load(), 0u);
+    EXPECT_GT(posts.load(), 100u);
     EXPECT_GT(g_delivered.load(), 0u);
     EXPECT_EQ(0, perix_sim_violation_count());
 }

@@ -65,15 +65,7 @@ TEST_F(InputRemote, LongKindsAreCutToTheEightBitCapacity) {
 TEST_F(InputRemote, EveryEncodableKindReachesThePeerDecodable) {
     Connect("peer-a");
     ServiceInfo service = ButtonService("peer-a");
-    RemoteCtrlEvent touch = Event(0, 0);
-    touch.payload.touch.pointerCount = 1;
-    RemoteCtrlEvent text = Event(7, 0);
-    text.payload.input.content.contentLength = 3;
-    std::memcpy(text.payload.input.content.content, "abc", 3);
-    RemoteCtrlEvent message = Event(10, 0);
-    message.payload.message.messageLength = 5;
-    std::vector<RemoteCtrlEvent> events = {touch, Event(1), Event(2), Event(3), Event(6, 0),
-                                           text, Event(8), Event(9), message};
+    std::vector<RemoteCtrlEvent> events = sample_events::EveryKind();
     for (RemoteCtrlEvent& event : events) {
         EXPECT_EQ(0, provider->PostRemoteCtrlEvent(&service, &event)) << event.type;
     }

@@ -65,17 +65,6 @@ TEST(EncoderFraming, HeaderFlagsMapThreeBitsAndTagCopiesTheLowByte) {
     }
 }
 
-TEST(EncoderFraming, TimestampIsBigEndianMilliseconds) {
-    RemoteCtrlEvent event = Event(6);
-    for (int64_t ms : {int64_t{0}, int64_t{1}, int64_t{0xABCDEF}}) {
-        const SendResult result = Send(event, 109, 105, ms);
-        ASSERT_EQ(result.length, 26);
-        const Bytes expected = {static_cast<uint8_t>(ms >> 24), static_cast<uint8_t>(ms >> 16),
-                                static_cast<uint8_t>(ms >> 8), static_cast<uint8_t>(ms)};
-        EXPECT_EQ(Bytes(result.buffer.begin() + 22, result.buffer.begin() + 26), expected) << ms;
-    }
-}
-
 // Coordinates: truncated to int32 (0 when out of range or NaN), low 16 bits, high byte first.
 TEST(EncoderFraming, CoordinateConversionSweep) {
     struct Case {
@@ -190,17 +179,6 @@ TEST(EncoderFraming, FixedKindsCapacityThresholds) {
         EXPECT_FALSE(TraceLines().empty()) << c.encoder;
         EXPECT_EQ(Send(event, 64, c.smallest).length, c.packetLength) << c.encoder;
     }
-}
-
-TEST(EncoderFraming, OddBodyEndingAtTheCapacityCannotBePadded) {
-    // Scroll: 5 body bytes + 4 timestamp bytes = 9, odd; a body capacity of exactly 9 leaves
-    // no byte for the padding.
-    RemoteCtrlEvent event = Event(3);
-    ExpectRefusal(event, 64, 19,
-                  {ErrorLine("DoPaddingOperation, invalid memory for padding",
-                             "RemoteUtil::DoPaddingOperation"),
-                   ErrorLine("ConstructRemoteCtrlPacket, bodylength invalid", kPacketScope)});
-    EXPECT_EQ(Send(event, 64, 20).length, 20);
 }
 
 TEST(EncoderFraming, ControllerRejectsNullBufferAndNullEvent) {
@@ -336,15 +314,17 @@ TEST(EncoderFraming, ElapsedMillisecondsTruncatesTowardZeroAndNeverTraps) {
     (void)ElapsedMilliseconds(min, max, 1);
 }
 
-// ---- Golden packets, one row per kind, and each kind's action words. `codes[a]` is the code
-// byte action `a` selects; action `codes.size()` is refused with "<encoder>, unknown type".
+// ---- Golden packets, at least one per kind, each decoded and described by the packet decoder;
+// a second row of a kind is held by its description alone. `codes[a]` is the code byte action
+// `a` selects; action `codes.size()` is refused with "<encoder>, unknown type".
 
 struct GoldenCase {
     const char* name;
+    const char* decoded;  // the packet as the decoder describes it
     RemoteCtrlEvent event;
     size_t bufferSize;
     uint8_t capacity;
-    Bytes expected;
+    Bytes expected;  // empty: the description holds the packet
     Bytes codes;
     std::string encoder;
 };
@@ -355,7 +335,10 @@ std::vector<GoldenCase> GoldenCases() {
     mouse.payload.mouse.button = 1;
     mouse.payload.mouse.coords[0] = 100.7;
     mouse.payload.mouse.coords[1] = 200.2;
-    cases.push_back({"mouse", mouse, 105 + 4, 105, {
+    cases.push_back({"mouse",
+                     "mouse_down button=1 at (100,200) coords=(100,200,0,0) ts=1234ms "
+                     "[len=26 class=0 tag=0x00 flags=0x00]",
+                     mouse, 105 + 4, 105, {
         0x00,                          // flags
         0x00,                          // class 0
         0x00, 0x1A,                    // packet length 26
@@ -372,20 +355,19 @@ std::vector<GoldenCase> GoldenCases() {
 
     RemoteCtrlEvent touch = Event(0);  // no pointers
     touch.payload.touch.action = 1;
-    cases.push_back({"touch, no pointer", touch, 109, 105, {
-        0x00, 0x00, 0x00, 0x12, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,  // header, length 18
-        0x0F,                    // code 15: pointer up
-        0x00, 0x01,              // body length 9*0 + 1
-        0x00,                    // pointer count
-        0x00, 0x00, 0x04, 0xD2,  // timestamp; 4 + 4 is even
-    }, {}, ""});
+    cases.push_back({"touch, no pointer",
+                     "left_point_up pointers=0 ts=1234ms [len=18 class=0 tag=0x00 flags=0x00]",
+                     touch, 109, 105, {}, {}, ""});
 
     touch.payload.touch.action = 2;  // one pointer: nine bytes reserved, padded
     touch.payload.touch.pointerCount = 1;
     touch.payload.touch.pointerIds[0] = 7;
     touch.payload.touch.x[0] = 300.9;
     touch.payload.touch.y[0] = -2.0;
-    cases.push_back({"touch, one pointer", touch, 109, 105, {
+    cases.push_back({"touch, one pointer",
+                     "left_move pointers=1 id7(300,-2) ts=1234ms "
+                     "[len=28 class=0 tag=0x00 flags=0x00 padded]",
+                     touch, 109, 105, {
         0x00, 0x00, 0x00, 0x1C, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,  // header, length 28
         0x02,                    // code 2: move
         0x00, 0x0B,              // body length 9 + 1 + 1 (padding)
@@ -404,7 +386,10 @@ std::vector<GoldenCase> GoldenCases() {
     key.payload.key.keyValue1 = 0x0102;
     key.payload.key.keyValue2 = 0x0304;
     key.payload.key.keyValue3 = 0x05060708;
-    cases.push_back({"key", key, 109, 105, {
+    cases.push_back({"key",
+                     "left_key_up key=(258,772,84281096) ts=1234ms "
+                     "[len=26 class=0 tag=0x00 flags=0x00]",
+                     key, 109, 105, {
         0x00, 0x00, 0x00, 0x1A, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,  // header, length 26
         0x04,                    // code 4: key up
         0x00, 0x09,              // body length
@@ -419,7 +404,10 @@ std::vector<GoldenCase> GoldenCases() {
     zoom.payload.zoom.x = 10.9;
     zoom.payload.zoom.y = -3.2;
     zoom.payload.zoom.zoomValue = 0x1234;
-    cases.push_back({"zoom", zoom, 109, 105, {
+    cases.push_back({"zoom",
+                     "zoom at (10,-3) value=4660 ts=1234ms "
+                     "[len=24 class=0 tag=0x00 flags=0x00 padded]",
+                     zoom, 109, 105, {
         0x00, 0x00, 0x00, 0x18, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,  // header, length 24
         0x05,                    // code 5: zoom
         0x00, 0x07,              // body length: 6 field bytes + padding
@@ -433,7 +421,10 @@ std::vector<GoldenCase> GoldenCases() {
     RemoteCtrlEvent scroll = Event(3);
     scroll.payload.scroll.action = 1;
     scroll.payload.scroll.scrollValue = 0xABCD;
-    cases.push_back({"scroll", scroll, 109, 105, {
+    cases.push_back({"scroll",
+                     "horizontal_scroll value=43981 ts=1234ms "
+                     "[len=20 class=0 tag=0x00 flags=0x00 padded]",
+                     scroll, 109, 105, {
         0x00, 0x00, 0x00, 0x14, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,  // header, length 20
         0x07,                    // code 7: horizontal
         0x00, 0x03,              // body length: 2 field bytes + padding
@@ -448,7 +439,10 @@ std::vector<GoldenCase> GoldenCases() {
     wheel.payload.wheel.wheelValue = 0xFF88;
     wheel.payload.wheel.x = 640.0;
     wheel.payload.wheel.y = 480.5;
-    cases.push_back({"wheel", wheel, 109, 105, {
+    cases.push_back({"wheel",
+                     "horizontal_wheel buttons=0x07 value=65416 at (640,480) ts=1234ms "
+                     "[len=24 class=0 tag=0x00 flags=0x00]",
+                     wheel, 109, 105, {
         0x00, 0x00, 0x00, 0x18, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,  // header, length 24
         0x0D,                    // code 13: horizontal wheel
         0x00, 0x07,              // body length
@@ -463,7 +457,10 @@ std::vector<GoldenCase> GoldenCases() {
     virtualKey.payload.virtualKey.action = 3;
     virtualKey.payload.virtualKey.x = 1.0;
     virtualKey.payload.virtualKey.y = 2.0;
-    cases.push_back({"virtual key", virtualKey, 109, 105, {
+    cases.push_back({"virtual key",
+                     "virtualkey_quick_setting at (1,2) ts=1234ms "
+                     "[len=22 class=3 tag=0x00 flags=0x00 padded]",
+                     virtualKey, 109, 105, {
         0x00, 0x03, 0x00, 0x16, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,  // class 3, length 22
         0x05,                    // code 5: quick settings
         0x00, 0x05,              // body length: 4 field bytes + padding
@@ -477,21 +474,20 @@ std::vector<GoldenCase> GoldenCases() {
     focus.payload.input.action = 1;
     focus.payload.input.focus.focusFlag = 1;
     for (int i = 0; i < 4; ++i) focus.payload.input.focus.focusValues[i] = 1.0 + i;
-    cases.push_back({"input focus", focus, 489, 233, {
-        0x00, 0x02, 0x00, 0x1A, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,  // class 2, length 26
-        0x01,                    // code 1: focus
-        0x00, 0x09,              // body length
-        0x01,                    // focusFlag
-        0x00, 0x01, 0x00, 0x02, 0x00, 0x03, 0x00, 0x04,  // focusValues
-        0x00, 0x00, 0x04, 0xD2,  // timestamp
-    }, {}, ""});
+    cases.push_back({"input focus",
+                     "input_focus flag=1 values=(1,2,3,4) ts=1234ms "
+                     "[len=26 class=2 tag=0x00 flags=0x00]",
+                     focus, 489, 233, {}, {}, ""});
 
     RemoteCtrlEvent text = Event(7);
     text.payload.input.content.contentLength = 2;
     text.payload.input.content.content[0] = 'h';
     text.payload.input.content.content[1] = 'i';
     text.payload.input.content.content[2] = 'X';  // beyond the length: not sent
-    cases.push_back({"short text", text, 489, 233, {
+    cases.push_back({"short text",
+                     "input_content length=2 text=\"hi\" ts=1234ms "
+                     "[len=22 class=2 tag=0x00 flags=0x00 padded]",
+                     text, 489, 233, {
         0x00, 0x02, 0x00, 0x16, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,  // class 2, length 22
         0x00,                    // code 0: content
         0x00, 0x05,              // body length: 2 + 2 + padding
@@ -509,7 +505,10 @@ std::vector<GoldenCase> GoldenCases() {
     message.payload.message.messageData[1] = 'b';
     message.payload.message.messageData[2] = 'c';
     message.payload.message.messageData[3] = 'd';  // beyond the length: not sent
-    cases.push_back({"short message", message, 491, 235, {
+    cases.push_back({"short message",
+                     "message_reserved word=0xBEEF length=5 data=\"abc\" ts=1234ms "
+                     "[len=24 class=4 tag=0x00 flags=0x00]",
+                     message, 491, 235, {
         0x00, 0x04, 0x00, 0x18, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,  // class 4, length 24
         0x07,                    // code 7: reserved message
         0x00, 0x07,              // body length: 5 + 2, no padding (5 + 5 + 4 is even)
@@ -523,9 +522,15 @@ std::vector<GoldenCase> GoldenCases() {
 
 TEST(EncoderKinds, GoldenPacketsAndActionCodes) {
     for (GoldenCase& c : GoldenCases()) {
-        const SendResult result = Send(c.event, c.bufferSize, c.capacity);
-        EXPECT_EQ(result.length, static_cast<int>(c.expected.size())) << c.name;
-        EXPECT_EQ(result.Packet(), c.expected) << c.name;
+        const Bytes sent = Send(c.event, c.bufferSize, c.capacity).Packet();
+        if (!c.expected.empty()) {
+            EXPECT_EQ(sent, c.expected) << c.name;
+        }
+        OrbPerix::packet::DecodedPacket packet;
+        std::string reason;
+        EXPECT_TRUE(OrbPerix::packet::DecodePacket(sent.data(), sent.size(), &packet, &reason))
+            << c.name << ": " << reason;
+        EXPECT_EQ(OrbPerix::packet::Describe(packet), c.decoded) << c.name;
         if (c.codes.empty()) continue;
         // The action word leads every member of the payload.
         for (uint32_t action = 0; action < c.codes.size(); ++action) {
@@ -580,30 +585,22 @@ TEST(EncoderTouch, TenPointerTouchOverrunsCapacityByThree) {
     RemoteCtrlEvent event = TouchWithPointers(10);
     const SendResult result = Send(event, 105 + 8, 105);
     ASSERT_EQ(result.length, 108);
-    const Bytes header = {0x00, 0x00, 0x00, 0x6C, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00};
-    EXPECT_EQ(Bytes(result.buffer.begin(), result.buffer.begin() + 10), header);
-    EXPECT_EQ(result.buffer[10], 14);   // pointer down
-    EXPECT_EQ(result.buffer[11], 0x00);  // body length 91 = 9*10 + 1
-    EXPECT_EQ(result.buffer[12], 91);
-    EXPECT_EQ(result.buffer[13], 10);   // pointer count
-    for (int i = 0; i < 10; ++i) {
-        const size_t at = 14 + 5 * static_cast<size_t>(i);
-        const int x = 10 * (i + 1);
-        const int y = 1000 + i;
-        EXPECT_EQ(result.buffer[at], i + 1) << "id of pointer " << i;
-        EXPECT_EQ(result.buffer[at + 1], x >> 8) << "pointer " << i;
-        EXPECT_EQ(result.buffer[at + 2], x & 0xFF) << "pointer " << i;
-        EXPECT_EQ(result.buffer[at + 3], y >> 8) << "pointer " << i;
-        EXPECT_EQ(result.buffer[at + 4], y & 0xFF) << "pointer " << i;
-    }
-    // Bytes 4 + 5n to 9n + 3 of the body (packet 64..103) are the reserved tail.
-    for (size_t at = 64; at < 104; ++at) {
-        EXPECT_EQ(result.buffer[at], 0) << "reserved byte " << at;
-    }
     // The timestamp lands on 104..107: three bytes past the capacity of 105.
     EXPECT_EQ(Bytes(result.buffer.begin() + 104, result.buffer.begin() + 108),
               (Bytes{0x00, 0x00, 0x04, 0xD2}));
     EXPECT_EQ(result.buffer[108], kGuard);
+    // The decoder holds the header, the body length 9 * 10 + 1 and the zeroed reserved tail.
+    OrbPerix::packet::DecodedPacket packet;
+    std::string reason;
+    ASSERT_TRUE(OrbPerix::packet::DecodePacket(result.buffer.data(), 108, &packet, &reason))
+        << reason;
+    EXPECT_EQ(packet.action, 0u);
+    ASSERT_EQ(packet.pointers.size(), 10u);
+    for (size_t i = 0; i < 10; ++i) {
+        EXPECT_EQ(packet.pointers[i].id, i + 1) << "pointer " << i;
+        EXPECT_EQ(packet.pointers[i].x, 10 * (i + 1)) << "pointer " << i;
+        EXPECT_EQ(packet.pointers[i].y, 1000 + i) << "pointer " << i;
+    }
 }
 
 TEST(EncoderTouch, ElevenPointersDoNotFitCapacity105) {
@@ -789,42 +786,19 @@ TEST(EncoderSender, NullEventOrBufferIsRefusedAndTheBufferUntouched) {
     EXPECT_EQ(TraceLines(), (std::vector<LogLine>{line, line}));
 }
 
-TEST(EncoderSender, GetInstanceReturnsOneInstanceToEveryThread) {
-    RemoteUtil::RemoteEvent* first = RemoteUtil::RemoteEvent::GetInstance();
-    ASSERT_NE(first, nullptr);
-    std::vector<RemoteUtil::RemoteEvent*> seen(8, nullptr);
-    std::vector<std::thread> threads;
-    for (size_t i = 0; i < seen.size(); ++i) {
-        threads.emplace_back([&seen, i] { seen[i] = RemoteUtil::RemoteEvent::GetInstance(); });
-    }
-    for (std::thread& thread : threads) thread.join();
-    for (RemoteUtil::RemoteEvent* instance : seen) EXPECT_EQ(instance, first);
-}
-
-// The input provider passes 233 for its 489-byte text buffer (489 reduced to 8 bits): the
-// packet is built within 233 bytes, whatever room the buffer really has.
-TEST(EncoderSender, Capacity233LimitsA489ByteBuffer) {
-    RemoteCtrlEvent event = Event(7);
-    event.payload.input.content.contentLength = 217;
-    const SendResult fits = Send(event, 489, static_cast<uint8_t>(489));
-    EXPECT_EQ(fits.length, 236);
-    for (size_t at = 236; at < fits.buffer.size(); ++at) {
-        ASSERT_EQ(fits.buffer[at], kGuard) << at;  // never zeroed, never written
-    }
-    event.payload.input.content.contentLength = 218;
-    EXPECT_EQ(Send(event, 489, static_cast<uint8_t>(489)).length, -1);
-}
-
-// Many threads share the sender; each packet must be exactly its own event's.
+// Many threads share the one sender; each packet must be exactly its own event's.
 TEST(EncoderSender, ConcurrentSendersBuildIndependentPackets) {
     constexpr int kThreads = 8;
     constexpr int kPerThread = 2000;
+    RemoteUtil::RemoteEvent* const first = RemoteUtil::RemoteEvent::GetInstance();
+    ASSERT_NE(first, nullptr);
     std::atomic<int> mismatches{0};
     std::vector<std::thread> threads;
     for (int t = 0; t < kThreads; ++t) {
-        threads.emplace_back([t, &mismatches] {
+        threads.emplace_back([t, first, &mismatches] {
             const remote_test::TimeBase base = remote_test::TimeBaseAt(0);
             RemoteUtil::RemoteEvent* sender = RemoteUtil::RemoteEvent::GetInstance();
+            if (sender != first) ++mismatches;
             for (int i = 0; i < kPerThread; ++i) {
                 RemoteCtrlEvent event = Event(6);
                 event.headerTag = static_cast<uint32_t>(t);

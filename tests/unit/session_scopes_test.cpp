@@ -1,6 +1,6 @@
 // The shared session code logs under the scope of the provider kind that runs it: every
-// operation's refusal, for both kinds, carries "OrbPerix::<Kind>Provider::<operation>". The
-// scope texts are data of each kind, so a wrong or swapped text shows here.
+// operation's refusal carries "OrbPerix::SourceProvider::<operation>". The scope texts are data
+// of each kind, so a wrong or swapped text shows here; the input tests compare whole lines.
 #include <functional>
 #include <string>
 #include <vector>
@@ -56,13 +56,7 @@ void ExpectEachLogsUnder(const std::vector<Operation>& operations, const std::st
     }
 }
 
-using InputScopes = input_test::InputTest;
 using SourceScopes = source_test::SourceTest;
-
-TEST_F(InputScopes, EverySharedOperationLogsUnderTheInputProvider) {
-    ProviderListener host{};
-    ExpectEachLogsUnder(RefusedOperations(*provider, host), "OrbPerix::InputProvider::");
-}
 
 TEST_F(SourceScopes, EverySharedOperationLogsUnderTheSourceProvider) {
     ProviderListener host{};

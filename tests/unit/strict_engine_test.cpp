@@ -1,7 +1,6 @@
 // The simulated engine is strict, as a real closed engine is: its module is really unmapped by
 // Finalize, released handles are violations, callback records are read through the library's
-// own record at fire time, a release waits for callbacks running on other threads, and
-// malformed notifications are delivered without the engine reading past its own copies.
+// own record at fire time, and a release waits for callbacks running on other threads.
 //
 // Most cases call the engine's slots directly through the tables the module's getters hand out
 // (the module is held loaded for the test's duration), with abort on violation turned off so
@@ -16,8 +15,6 @@
 #include <vector>
 
 #include "engine_fixture.h"
-#include "perix_sim_peer.h"
-#include "perix_sim_streams.h"
 #include "platform/platform.h"
 
 namespace {
@@ -190,30 +187,11 @@ TEST_F(StrictEngineHandles, AViolationAbortsByDefault) {
                  "STRICT ENGINE VIOLATION: PERIXGetConnectionStatus called with released handle");
 }
 
-TEST_F(StrictEngineHandles, TheCallHookSeesEverySlotCallWithItsHandleAndADelayHoldsTheSlot) {
-    struct Seen {
-        std::vector<std::pair<int, int>> slots;
-        std::vector<void*> handles;
-    } seen;
-    perix_sim_set_call_hook(
-        [](void* context, int table, int slot, void* handle) {
-            auto* s = static_cast<Seen*>(context);
-            s->slots.emplace_back(table, slot);
-            s->handles.push_back(handle);
-        },
-        &seen);
-    const PERIXInfo info = Info("peer-hook");
+// The call hook's table and slot are held by the host-safety case that waits for a call to
+// reach the engine; a delay that did not hold would leave the races there untried.
+TEST_F(StrictEngineHandles, ADelayHoldsTheSlot) {
+    const PERIXInfo info = Info("peer-delay");
     void* handle = tables.main.PERIXCreateServiceHandle(&info);
-    tables.main.PERIXStartService(handle, &info);
-    tables.audio.reserved1();
-    ASSERT_EQ(3u, seen.slots.size());
-    EXPECT_EQ(std::make_pair(0, 4), seen.slots[0]);
-    EXPECT_EQ(nullptr, seen.handles[0]);
-    EXPECT_EQ(std::make_pair(0, 6), seen.slots[1]);
-    EXPECT_EQ(handle, seen.handles[1]);
-    EXPECT_EQ(std::make_pair(2, 1), seen.slots[2]);
-    perix_sim_set_call_hook(nullptr, nullptr);
-
     perix_sim_set_slot_delay(PERIX_SIM_MAIN, 8, 150);
     const auto start = std::chrono::steady_clock::now();
     tables.main.PERIXGetConnectionStatus(handle, nullptr);
@@ -273,7 +251,6 @@ struct ReleaseRace {
     std::condition_variable changed;
     bool inCallback = false;
     bool releaseStarted = false;
-    bool releaseReturned = false;
     std::vector<std::string> order;
 
     void Note(const std::string& what) {
@@ -303,13 +280,6 @@ void SlowData(void*, const void*) {
     g_race->Note("callback left");
 }
 
-// Stays in the callback until the release has returned (or 30 s).
-void StuckData(void*, const void*) {
-    g_race->Set(&ReleaseRace::inCallback);
-    g_race->WaitFor([] { return g_race->releaseReturned; }, std::chrono::seconds(30));
-    g_race->Note("callback left");
-}
-
 TEST_F(StrictEngineRecords, ReleaseWaitsForACallbackRunningOnAnotherThread) {
     ReleaseRace race;
     g_race = &race;
@@ -334,31 +304,6 @@ TEST_F(StrictEngineRecords, ReleaseWaitsForACallbackRunningOnAnotherThread) {
     EXPECT_EQ((std::vector<std::string>{"callback left", "release returned"}), race.order);
     EXPECT_EQ(1, perix_sim_handle_is_released(handle));
     EXPECT_EQ(0, perix_sim_violation_count());
-    g_race = nullptr;
-}
-
-TEST_F(StrictEngineRecords, AReleaseStuckBehindACallbackIsAReleaseDeadlockAfterTenSeconds) {
-    ReleaseRace race;
-    g_race = &race;
-    PerixEngineListener listener{nullptr, nullptr, StuckData};
-    void* handle = Open("peer-stuck", &listener);
-    BinaryData data{};
-    std::thread engineThread([&] { perix_sim_fire_data(handle, &data); });
-    ASSERT_TRUE(race.WaitFor([&] { return race.inCallback; }, std::chrono::seconds(10)));
-
-    const auto start = std::chrono::steady_clock::now();
-    testing::internal::CaptureStderr();
-    tables.main.PERIXReleaseServiceHandle(handle, nullptr, nullptr);
-    const std::string err = testing::internal::GetCapturedStderr();
-    const auto waited = std::chrono::steady_clock::now() - start;
-    race.Note("release returned");
-    race.Set(&ReleaseRace::releaseReturned);
-    engineThread.join();
-
-    EXPECT_NE(std::string::npos, err.find("PERIXReleaseServiceHandle release deadlock")) << err;
-    EXPECT_EQ(1, perix_sim_violation_count());
-    EXPECT_GE(waited, std::chrono::seconds(9));
-    EXPECT_EQ((std::vector<std::string>{"release returned", "callback left"}), race.order);
     g_race = nullptr;
 }
 
@@ -392,83 +337,6 @@ TEST_F(StrictEngineRecords, TheReleaseHookRunsOnTheReleasingThreadBeforeTheHandl
     EXPECT_EQ(1, seen.dataCalls);
     EXPECT_EQ(1, perix_sim_handle_is_released(handle));
     g_hookSeen = nullptr;
-}
-
-// ---- Malformed notifications ----
-
-struct Received {
-    bool dataNull = false;
-    uint32_t dataLen = 0;
-    uint8_t first[4] = {};
-    bool deviceNull = false;
-    uint32_t deviceLen = 0;
-    int calls = 0;
-};
-Received g_received;
-
-void ReceiveData(void*, const void* notify) {
-    const auto* data = static_cast<const BinaryData*>(notify);
-    g_received.dataNull = data->data == nullptr;
-    g_received.dataLen = data->len;
-    if (data->data != nullptr) {
-        std::memcpy(g_received.first, data->data, sizeof(g_received.first));  // the 4 real bytes
-    }
-    ++g_received.calls;
-}
-void ReceiveDevice(void*, const void* notify) {
-    const auto* device = static_cast<const PerixDeviceChangeNotify*>(notify);
-    g_received.deviceNull = device->deviceId == nullptr;
-    g_received.deviceLen = device->deviceIdLen;
-    ++g_received.calls;
-}
-int ReceiveStream(const void* service, const void* notify) {
-    const auto* id = static_cast<const PerixServiceId*>(service);
-    const auto* data = static_cast<const PerixStreamNotify*>(notify);
-    g_received.deviceNull = id->deviceId == nullptr;
-    g_received.deviceLen = id->deviceIdLen;
-    g_received.dataNull = data->data == nullptr;
-    g_received.dataLen = data->dataLen;
-    ++g_received.calls;
-    return 0;
-}
-
-using StrictEngineMalformed = StrictEngineHandles;
-
-TEST_F(StrictEngineMalformed, NullFieldsAndLengthsBeyondTheBytesArriveAsGivenWithoutOverreads) {
-    g_received = Received{};
-    PerixEngineListener listener{ReceiveDevice, nullptr, ReceiveData};
-    void* handle = Open("peer-malformed", &listener);
-
-    ASSERT_EQ(0, perix_sim_peer_post_data_raw(handle, 1, 2, perix_sim_raw_field{nullptr, 0, 100}));
-    perix_sim_peer_flush();
-    EXPECT_TRUE(g_received.dataNull);
-    EXPECT_EQ(100u, g_received.dataLen);
-
-    const uint8_t four[4] = {9, 8, 7, 6};
-    ASSERT_EQ(0, perix_sim_peer_post_data_raw(handle, 1, 2, perix_sim_raw_field{four, 4, 1u << 24}));
-    perix_sim_peer_flush();
-    EXPECT_FALSE(g_received.dataNull);
-    EXPECT_EQ(1u << 24, g_received.dataLen);
-    EXPECT_EQ(0, std::memcmp(four, g_received.first, 4));
-
-    ASSERT_EQ(0, perix_sim_peer_post_device_change_raw(handle, perix_sim_raw_field{nullptr, 0, 64},
-                                                       1, 0));
-    perix_sim_peer_flush();
-    EXPECT_TRUE(g_received.deviceNull);
-    EXPECT_EQ(64u, g_received.deviceLen);
-
-    PerixStreamCallback stream{ReceiveStream};
-    ASSERT_EQ(0, tables.audio.RegisterCallback(&stream));
-    ASSERT_EQ(0, perix_sim_deliver_audio_raw(perix_sim_raw_field{nullptr, 0, 300},
-                                             perix_sim_raw_field{"svc", 3, 3}, 1, 0, 0,
-                                             perix_sim_raw_field{nullptr, 0, 0x7fffffffu}));
-    perix_sim_deliveries_flush();
-    EXPECT_TRUE(g_received.deviceNull);
-    EXPECT_EQ(300u, g_received.deviceLen);
-    EXPECT_TRUE(g_received.dataNull);
-    EXPECT_EQ(0x7fffffffu, g_received.dataLen);
-    EXPECT_EQ(4, g_received.calls);
-    tables.main.PERIXReleaseServiceHandle(handle, nullptr, nullptr);
 }
 
 }  // namespace
