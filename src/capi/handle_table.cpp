@@ -36,14 +36,9 @@ constexpr uint64_t kIdentityMask = ~(kUsesMask | kDying);
 
 // The innermost Use held by this thread (a chain through the Uses on its stack).
 thread_local const HandleTable::Use* t_innermost = nullptr;
-// This thread's announcement record in `table`: index + 1, 0 before it asked, kNoRecord when
-// none is left. (One table serves the process; tests make tables of their own.)
-constexpr uint32_t kNoRecord = ~0u;
-struct RecordOf {
-    const HandleTable* table;
-    uint32_t record;
-};
-thread_local RecordOf t_record{nullptr, 0};
+// This thread's announcement record. (One table serves the process; a thread that turns to
+// another table, as tests do, claims a record there.)
+thread_local HandleTable::Registry::Ticket t_ticket{nullptr, 0};
 
 }  // namespace
 
@@ -56,8 +51,13 @@ HandleTable& HandleTable::Instance() noexcept {
 // ---- Use ----
 
 HandleTable::Use::Use(HandleTable* table, uint32_t index, void* object,
-                      uint32_t announced) noexcept
-    : table_(table), index_(index), object_(object), announced_(announced), outer_(t_innermost) {
+                      Registry::Record* record, uint32_t announced) noexcept
+    : table_(table),
+      index_(index),
+      object_(object),
+      record_(record),
+      announced_(announced),
+      outer_(t_innermost) {
     t_innermost = this;
 }
 
@@ -65,6 +65,7 @@ HandleTable::Use::Use(Use&& other) noexcept
     : table_(other.table_),
       index_(other.index_),
       object_(other.object_),
+      record_(other.record_),
       announced_(other.announced_),
       outer_(other.outer_) {
     if (object_ != nullptr && t_innermost == &other) {
@@ -80,42 +81,21 @@ HandleTable::Use::~Use() {
     if (t_innermost == this) {
         t_innermost = outer_;
     }
-    table_->EndUse(index_, announced_);
+    table_->EndUse(index_, record_, announced_);
 }
 
 // ---- Table ----
 
-HandleTable::ThreadRecord* HandleTable::OwnRecord() noexcept {
-    if (!light_.load(std::memory_order_relaxed)) {
-        return nullptr;
-    }
-    if (t_record.table != this) {
-        // Records are never given back: a thread keeps its record for the life of the process
-        // (no thread-exit work), and later threads count their Uses in the slots instead.
-        const uint32_t taken = recordsTaken_.fetch_add(1, std::memory_order_relaxed);
-        t_record = RecordOf{this, taken < kThreadRecords ? taken + 1 : kNoRecord};
-    }
-    return t_record.record != kNoRecord ? &records_[t_record.record - 1] : nullptr;
-}
-
 uint32_t HandleTable::UsesOf(const Slot& slot, uint64_t handle) const noexcept {
-    uint32_t uses = static_cast<uint32_t>(slot.state.load(std::memory_order_acquire) & kUsesMask);
-    const uint32_t records = recordsTaken_.load(std::memory_order_acquire);
-    for (uint32_t r = 0; r < records && r < kThreadRecords; ++r) {
-        for (const std::atomic<uint64_t>& announced : records_[r].handles) {
-            // Acquire: pairs with the release that ends a Use, so its accesses happen before.
-            uses += announced.load(std::memory_order_acquire) == handle ? 1u : 0u;
-        }
-    }
-    return uses;
+    const uint32_t counted =
+        static_cast<uint32_t>(slot.state.load(std::memory_order_acquire) & kUsesMask);
+    return counted + static_cast<uint32_t>(announcements_.Sum(
+                         [handle](uint64_t announced) { return announced == handle ? 1u : 0u; }));
 }
 
 uint64_t HandleTable::Add(HandleKind kind, std::shared_ptr<void> object) noexcept {
     std::lock_guard<std::mutex> lock(mutex_);
-    if (!lightDecided_) {
-        lightDecided_ = true;
-        light_.store(platform::PrepareHeavyBarrier(), std::memory_order_relaxed);
-    }
+    announcements_.Prepare();
     for (uint32_t n = 0; n < kSlots; ++n) {
         const uint32_t index = (nextFree_ + n) % kSlots;
         Slot& slot = slots_[index];
@@ -142,16 +122,15 @@ HandleTable::Use HandleTable::Acquire(uint64_t handle, HandleKind kind) noexcept
     const uint32_t index = static_cast<uint32_t>(low - 1);
     Slot& slot = slots_[index];
     const uint64_t named = NamedState(handle);
-    ThreadRecord* record = OwnRecord();
+    Registry::Record* record = announcements_.Own(t_ticket);
     if (record != nullptr && record->depth < kNested) {
-        // Announce, then look: Remove sets the dying bit, then runs the barrier, then reads
-        // the announcements, so either it sees this one or this load sees the bit.
+        // Announce, then look: Remove sets the dying bit, then flushes, then reads the
+        // announcements, so either it sees this one or this load sees the bit.
         const uint32_t position = record->depth;
-        record->handles[position].store(handle, std::memory_order_relaxed);
-        std::atomic_signal_fence(std::memory_order_seq_cst);
+        Registry::Announce(record->words[position], handle);
         const uint64_t state = slot.state.load(std::memory_order_acquire);
         if ((state & kIdentityMask) != named || (state & kDying) != 0) {
-            record->handles[position].store(0, std::memory_order_release);
+            Registry::Withdraw(record->words[position], 0);
             if ((state & kIdentityMask) == named) {
                 // A Remove of this handle may have counted the announcement and be waiting:
                 // taking it back is the end of a use, so the remover is woken as for one.
@@ -161,7 +140,7 @@ HandleTable::Use HandleTable::Acquire(uint64_t handle, HandleKind kind) noexcept
             return Use();
         }
         record->depth = position + 1;
-        return Use(this, index, slot.raw, position);
+        return Use(this, index, slot.raw, record, position);
     }
     uint64_t state = slot.state.load(std::memory_order_acquire);
     do {
@@ -172,7 +151,7 @@ HandleTable::Use HandleTable::Acquire(uint64_t handle, HandleKind kind) noexcept
         }
     } while (!slot.state.compare_exchange_weak(state, state + 1, std::memory_order_acquire,
                                                std::memory_order_acquire));
-    return Use(this, index, slot.raw, kCounted);
+    return Use(this, index, slot.raw, nullptr, kCounted);
 }
 
 std::shared_ptr<void> HandleTable::Free(Slot& slot) noexcept {
@@ -188,16 +167,14 @@ std::shared_ptr<void> HandleTable::Free(Slot& slot) noexcept {
     return object;
 }
 
-void HandleTable::EndUse(uint32_t index, uint32_t announced) noexcept {
+void HandleTable::EndUse(uint32_t index, Registry::Record* record, uint32_t announced) noexcept {
     Slot& slot = slots_[index];
     uint64_t handle = 0;
     if (announced != kCounted) {
-        // A thread with an announced Use has its record in this table.
-        ThreadRecord& record = records_[t_record.record - 1];
-        handle = record.handles[announced].load(std::memory_order_relaxed);
-        // Release: what this Use did happens before a Remove that reads the cleared entry.
-        record.handles[announced].store(0, std::memory_order_release);
-        record.depth = announced;
+        handle = record->words[announced].load(std::memory_order_relaxed);
+        // What this Use did happens before a Remove that reads the withdrawn word.
+        Registry::Withdraw(record->words[announced], 0);
+        record->depth = announced;
         std::atomic_signal_fence(std::memory_order_seq_cst);
         if ((slot.state.load(std::memory_order_acquire) & kDying) == 0) {
             return;  // the common case: no lock, no locked instruction
@@ -240,10 +217,8 @@ std::shared_ptr<void> HandleTable::Remove(uint64_t handle, HandleKind kind) noex
         }
     } while (!slot.state.compare_exchange_weak(state, state | kDying, std::memory_order_acq_rel,
                                                std::memory_order_acquire));
-    if (light_.load(std::memory_order_relaxed)) {
-        // Every thread now sees the dying bit, or its announcement is visible here.
-        platform::HeavyBarrier();
-    }
+    // Every thread now sees the dying bit, or its announcement is visible here.
+    announcements_.Flush();
     uint32_t own = 0;
     for (const Use* use = t_innermost; use != nullptr; use = use->outer_) {
         own += use->table_ == this && use->index_ == index ? 1u : 0u;

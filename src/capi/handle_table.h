@@ -9,10 +9,10 @@
 //
 // Thread-safe. The per-call path (Acquire and the end of a Use) takes no lock: each slot keeps
 // its generation, kind and a "dying" bit in one atomic word. Where the platform has an
-// asymmetric barrier, a thread announces its Use with a plain store into a record of its own
-// (the first kThreadRecords threads get one, kNested Uses deep) and then checks the slot's word;
-// Remove sets the dying bit, runs the barrier (after which every thread either sees the bit or
-// has its announcement visible) and reads the announcements. Elsewhere, past those limits, a
+// asymmetric barrier, a thread announces its Use (its handle) in its record of an Announcements
+// registry (the first kThreadRecords threads get one, kNested Uses deep) and then checks the
+// slot's word; Remove sets the dying bit, flushes (after which every thread either sees the bit
+// or has its announcement visible) and counts the announcements of the handle. Elsewhere, past those limits, a
 // Use is counted in the slot's word by a compare-and-swap that succeeds only while the word
 // still names the same live generation. Add and Remove (create and destroy, rare) take the
 // table's mutex. Remove marks the slot dying (no new Use) and waits until the Uses of other
@@ -31,6 +31,8 @@
 #include <memory>
 #include <mutex>
 
+#include "util/announcements.h"
+
 namespace OrbPerix {
 namespace capi {
 
@@ -39,8 +41,9 @@ enum class HandleKind : uint8_t { kFree = 0, kInput = 1, kSource = 2, kSink = 3,
 class HandleTable {
 public:
     static constexpr uint32_t kSlots = 4096;
-    static constexpr uint32_t kThreadRecords = 256;
     static constexpr uint32_t kNested = 8;
+    using Registry = Announcements<kNested>;  // a thread's words: its announced handles, 0 = none
+    static constexpr uint32_t kThreadRecords = Registry::kRecords;
     static constexpr uint32_t kCounted = ~0u;  // a Use counted in its slot, not announced
 
     // The process-wide table; never destroyed, so that calls at process exit stay safe.
@@ -60,12 +63,14 @@ public:
 
     private:
         friend class HandleTable;
-        Use(HandleTable* table, uint32_t index, void* object, uint32_t announced) noexcept;
+        Use(HandleTable* table, uint32_t index, void* object, Registry::Record* record,
+            uint32_t announced) noexcept;
 
         HandleTable* table_ = nullptr;
         uint32_t index_ = 0;
         void* object_ = nullptr;
-        uint32_t announced_ = kCounted;  // the position in this thread's record, or kCounted
+        Registry::Record* record_ = nullptr;  // this thread's record, when announced
+        uint32_t announced_ = kCounted;  // the position in that record, or kCounted
         const Use* outer_ = nullptr;  // the Use this thread held before this one
     };
 
@@ -87,29 +92,18 @@ private:
         uint32_t generation = 1;           // GUARDED_BY(mutex_); the next one to hand out
         bool freeOnLastUse = false;        // GUARDED_BY(mutex_)
     };
-    // One thread's announced Uses (handles; 0: none). Written only by its thread.
-    struct alignas(64) ThreadRecord {
-        std::atomic<uint64_t> handles[kNested] = {};
-        uint32_t depth = 0;
-    };
-
-    // This thread's record, or null (no light path, or no record left for it).
-    ThreadRecord* OwnRecord() noexcept;
     // Uses of `handle` (in `slot`) in flight, counted and announced. Announcements are complete
     // only once the barrier ran after the dying bit was set.
     uint32_t UsesOf(const Slot& slot, uint64_t handle) const noexcept;
     // REQUIRES: mutex_ held. Frees a slot for reuse; returns its object.
     std::shared_ptr<void> Free(Slot& slot) noexcept;
-    void EndUse(uint32_t index, uint32_t announced) noexcept;
+    void EndUse(uint32_t index, Registry::Record* record, uint32_t announced) noexcept;
 
     std::mutex mutex_;
     std::condition_variable usesEnded_;
     uint32_t nextFree_ = 0;  // GUARDED_BY(mutex_); where Add starts looking
-    std::atomic<bool> light_{false};  // the asymmetric barrier is there; decided by the first Add
-    bool lightDecided_ = false;       // GUARDED_BY(mutex_)
-    std::atomic<uint32_t> recordsTaken_{0};
+    Registry announcements_;  // prepared by the first Add (under mutex_)
     Slot slots_[kSlots];
-    ThreadRecord records_[kThreadRecords];
 };
 
 }  // namespace capi

@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "platform/platform.h"
+#include "util/announcements.h"
 
 namespace OrbPerix {
 namespace engine {
@@ -31,25 +32,22 @@ std::atomic<uint64_t> g_liveGeneration{0};
 std::atomic<uint64_t> g_lastGeneration{0};
 std::atomic<const EngineLoad*> g_current{nullptr};
 
-// Slots of their own for the first threads that call the engine: a thread announces a call
-// with a plain store to its slot, and Close pays for the ordering with a heavy barrier. Slots
-// are not recycled (threads leave no trace at exit); threads beyond them use the shards.
-constexpr uint32_t kOwnSlots = 256;
-Shard g_ownSlots[kOwnSlots];
-std::atomic<uint32_t> g_ownSlotsClaimed{0};
-// Decided once, before the first load goes live: whether the heavy barrier is available.
-bool g_lightPath = false;
-bool g_lightPathDecided = false;
+// Records of their own for the first threads that call the engine: a thread announces a call
+// by counting it in its record's one word with a plain store, and Close pays for the ordering
+// (Flush). Prepared once, before the first load goes live; threads beyond the records, and
+// every thread without the heavy barrier, use the shards.
+using CallRegistry = Announcements<1>;
+CallRegistry g_calls;
 
 // Trivially destructible, so no thread-exit work is registered for it.
 struct ThreadState {
-    Shard* own;      // this thread's own slot (light path), or null
-    bool ownTried;   // a slot was asked for already
+    CallRegistry::Ticket ticket;  // this thread's record in g_calls
     uint32_t shard;
     uint32_t depth;      // calls of this thread inside the engine (nested through callbacks)
     uint32_t callbacks;  // engine callbacks this thread is running
+    CallRegistry::Record* own;  // the record the calls under way were counted in, or null
 };
-thread_local ThreadState t_state{nullptr, false, kNoShard, 0, 0};
+thread_local ThreadState t_state{{nullptr, 0}, kNoShard, 0, 0, nullptr};
 
 // Polls `done` until it is true (true) or `timeoutMs` have passed (false). What it waits for
 // is usually short: it yields a few times before it sleeps.
@@ -114,10 +112,7 @@ bool Reserve() noexcept {
 const EngineLoad& Publish(const OrbPERIXHandler& main, const ButtonHandlerSource& button,
                           const AudioHandlerSource& audio,
                           const RefreshHandlerSource& refresh) noexcept {
-    if (!g_lightPathDecided) {
-        g_lightPath = platform::PrepareHeavyBarrier();
-        g_lightPathDecided = true;
-    }
+    g_calls.Prepare();
     LoadNode* node = g_reserved;
     g_reserved = nullptr;
     node->load.main = main;
@@ -137,19 +132,6 @@ const EngineLoad& Publish(const OrbPERIXHandler& main, const ButtonHandlerSource
     return node->load;
 }
 
-namespace {
-
-Shard* OwnSlot(ThreadState& self) noexcept {
-    if (!self.ownTried) {
-        self.ownTried = true;
-        const uint32_t index = g_ownSlotsClaimed.fetch_add(1, std::memory_order_relaxed);
-        self.own = index < kOwnSlots ? &g_ownSlots[index] : nullptr;
-    }
-    return self.own;
-}
-
-}  // namespace
-
 bool Enter(const EngineLoad& load) noexcept {
     // Cheap refusal first: a closed gate or a dead load costs one read.
     if (load.generation == 0 ||
@@ -157,16 +139,15 @@ bool Enter(const EngineLoad& load) noexcept {
         return false;
     }
     ThreadState& self = t_state;
-    Shard* own = g_lightPath ? OwnSlot(self) : nullptr;
+    // Nested calls count where the outermost one did, so that each Leave undoes its own Enter.
+    CallRegistry::Record* own = self.depth != 0 ? self.own : g_calls.Own(self.ticket);
     if (own != nullptr) {
-        // Only this thread writes its slot: a plain store announces the call. Close's heavy
-        // barrier makes it visible before Close reads the slots, so either Close sees this
-        // count or this thread sees the closed gate below.
-        const uint32_t count = own->inFlight.load(std::memory_order_relaxed);
-        own->inFlight.store(count + 1, std::memory_order_relaxed);
-        std::atomic_signal_fence(std::memory_order_seq_cst);
+        // Only this thread writes its record: either Close sees this count, or this thread
+        // sees the closed gate below.
+        const uint64_t count = own->words[0].load(std::memory_order_relaxed);
+        CallRegistry::Announce(own->words[0], count + 1);
         if (g_liveGeneration.load(std::memory_order_relaxed) != load.generation) {
-            own->inFlight.store(count, std::memory_order_release);
+            CallRegistry::Withdraw(own->words[0], count);
             return false;
         }
     } else {
@@ -182,6 +163,7 @@ bool Enter(const EngineLoad& load) noexcept {
             return false;
         }
     }
+    self.own = own;
     ++self.depth;
     return true;
 }
@@ -190,8 +172,8 @@ void Leave() noexcept {
     ThreadState& self = t_state;
     --self.depth;
     if (self.own != nullptr) {
-        self.own->inFlight.store(self.own->inFlight.load(std::memory_order_relaxed) - 1,
-                                 std::memory_order_release);
+        CallRegistry::Withdraw(self.own->words[0],
+                               self.own->words[0].load(std::memory_order_relaxed) - 1);
     } else {
         g_shards[self.shard].inFlight.fetch_sub(1, std::memory_order_release);
     }
@@ -203,17 +185,11 @@ bool CloseAndDrain(uint32_t timeoutMs) noexcept {
     if (t_state.depth != 0 || t_state.callbacks != 0) {
         return false;
     }
-    if (g_lightPath) {
-        platform::HeavyBarrier();
-    }
+    g_calls.Flush();
     return WaitUntil(timeoutMs, [] {
-        uint64_t inFlight = 0;
+        uint64_t inFlight = g_calls.Sum([](uint64_t count) { return count; });
         for (const Shard& shard : g_shards) {
             inFlight += shard.inFlight.load(std::memory_order_seq_cst);
-        }
-        const uint32_t claimed = g_ownSlotsClaimed.load(std::memory_order_acquire);
-        for (uint32_t i = 0; i < claimed && i < kOwnSlots; ++i) {
-            inFlight += g_ownSlots[i].inFlight.load(std::memory_order_acquire);
         }
         return inFlight == 0;
     });

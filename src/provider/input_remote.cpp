@@ -84,7 +84,7 @@ int InputProvider::PostEncoded(std::string_view deviceId, RemoteCtrlEvent* event
         return kNoMemory;
     }
     // The encoder's own counter reading stamps the input time (no second read).
-    RemoteUtil::TimeStampReading reading;
+    TimeStampReading reading;
     const int length =
         sender->SendRemoteCtrlEvent(event, buffer, EncoderCapacity(event->type), start, frequency);
     if (length > kMaxPacketLength) {

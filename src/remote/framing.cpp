@@ -11,13 +11,7 @@ namespace RemoteUtil {
 namespace {
 constexpr const char* kTimeStampScope = "RemoteUtil::AddTimeStamp";
 constexpr const char* kPaddingScope = "RemoteUtil::DoPaddingOperation";
-// The innermost TimeStampReading of this thread, or null.
-thread_local TimeStampReading* t_reading = nullptr;
 }  // namespace
-
-TimeStampReading::TimeStampReading() noexcept : outer_(t_reading) { t_reading = this; }
-
-TimeStampReading::~TimeStampReading() { t_reading = outer_; }
 
 int AddTimeStamp(uint8_t* body, uint16_t bodyCapacity, int length, LARGE_INTEGER start,
                  LARGE_INTEGER frequency) {
@@ -28,10 +22,7 @@ int AddTimeStamp(uint8_t* body, uint16_t bodyCapacity, int length, LARGE_INTEGER
         return length;
     }
     const int64_t now = OrbPerix::platform::PerformanceCounter();
-    if (t_reading != nullptr) {
-        t_reading->taken_ = true;
-        t_reading->counter_ = now;
-    }
+    OrbPerix::TimeStampReading::Record(now);
     const int64_t elapsed = OrbPerix::ElapsedMilliseconds(now, start.QuadPart, frequency.QuadPart);
     OrbPerix::coding::PutFixed32BE(body + length,
                                    static_cast<uint32_t>(static_cast<uint64_t>(elapsed)));
@@ -57,3 +48,23 @@ int DoPaddingOperation(uint8_t* body, uint16_t bodyCapacity, int length) {
 }
 
 }  // namespace RemoteUtil
+
+namespace OrbPerix {
+
+namespace {
+// The innermost TimeStampReading of this thread, or null.
+thread_local TimeStampReading* t_reading = nullptr;
+}  // namespace
+
+TimeStampReading::TimeStampReading() noexcept : outer_(t_reading) { t_reading = this; }
+
+TimeStampReading::~TimeStampReading() { t_reading = outer_; }
+
+void TimeStampReading::Record(int64_t counter) noexcept {
+    if (t_reading != nullptr) {
+        t_reading->taken_ = true;
+        t_reading->counter_ = counter;
+    }
+}
+
+}  // namespace OrbPerix

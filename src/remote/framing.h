@@ -1,6 +1,7 @@
 // Packet framing around an encoded body: the millisecond timestamp and the padding byte that
 // keeps every packet even. Functions of their arguments and the performance counter, reentrant;
-// the timestamp step also hands its counter reading to the calling thread's TimeStampReading.
+// the timestamp step also hands its counter reading to the calling thread's TimeStampReading
+// (in OrbPerix: only what the exported interface names lives in RemoteUtil).
 #ifndef ORBPERIX_SRC_REMOTE_FRAMING_H_
 #define ORBPERIX_SRC_REMOTE_FRAMING_H_
 
@@ -17,9 +18,18 @@ namespace RemoteUtil {
 int AddTimeStamp(uint8_t* body, uint16_t bodyCapacity, int length, LARGE_INTEGER start,
                  LARGE_INTEGER frequency);
 
-// While one lives, the counter reading of the timestamps AddTimeStamp appends on the creating
-// thread is kept in it, so that whoever asked for the packet can stamp the same moment without
-// reading the counter again. One per thread at a time; the newest one wins when nested.
+// Makes the length even by one zero byte at body[length], which must lie below bodyCapacity.
+// Returns the new length; `length` unchanged (logged) when bodyCapacity is 0 or length <= 0;
+// 0 (logged) when an odd length cannot be padded.
+int DoPaddingOperation(uint8_t* body, uint16_t bodyCapacity, int length);
+
+}  // namespace RemoteUtil
+
+namespace OrbPerix {
+
+// While one lives, the counter reading of the timestamps RemoteUtil::AddTimeStamp appends on the
+// creating thread is kept in it, so that whoever asked for the packet can stamp the same moment
+// without reading the counter again. One per thread at a time; the newest one wins when nested.
 class TimeStampReading {
 public:
     TimeStampReading() noexcept;
@@ -31,18 +41,15 @@ public:
     bool Taken() const noexcept { return taken_; }
     int64_t Counter() const noexcept { return counter_; }
 
+    // AddTimeStamp: keeps `counter` in the calling thread's innermost reading, if any.
+    static void Record(int64_t counter) noexcept;
+
 private:
-    friend int AddTimeStamp(uint8_t*, uint16_t, int, LARGE_INTEGER, LARGE_INTEGER);
     TimeStampReading* outer_;
     bool taken_ = false;
     int64_t counter_ = 0;
 };
 
-// Makes the length even by one zero byte at body[length], which must lie below bodyCapacity.
-// Returns the new length; `length` unchanged (logged) when bodyCapacity is 0 or length <= 0;
-// 0 (logged) when an odd length cannot be padded.
-int DoPaddingOperation(uint8_t* body, uint16_t bodyCapacity, int length);
-
-}  // namespace RemoteUtil
+}  // namespace OrbPerix
 
 #endif  // ORBPERIX_SRC_REMOTE_FRAMING_H_

@@ -260,9 +260,9 @@ TEST(EncoderFraming, TimeStampReadingKeepsTheCounterOfTheAppendedTimestamp) {
     start.QuadPart = OrbPerix::platform::PerformanceCounter() - 5000;
     LARGE_INTEGER frequency{};
     frequency.QuadPart = 1000;  // one tick a millisecond: the bytes show the counter itself
-    RemoteUtil::TimeStampReading outer;
+    OrbPerix::TimeStampReading outer;
     {
-        RemoteUtil::TimeStampReading inner;
+        OrbPerix::TimeStampReading inner;
         ClearLogs();
         EXPECT_EQ(RemoteUtil::AddTimeStamp(body, 8, 0, start, frequency), 0);
         EXPECT_FALSE(inner.Taken()) << "a failed body has no timestamp";

@@ -1,0 +1,125 @@
+// Announcements: per-thread records through which a hot path says "I am in here" with plain
+// stores, while the rare path that must find out who is pays for the ordering itself with the
+// platform's heavy barrier. The engine gate (calls in flight) and the C interface's handle table
+// (Uses of a handle) both work this way.
+//
+// The protocol, around one condition that the rare path makes true (the gate closed, a handle
+// dying):
+//   hot path:  Announce(word, v); if the condition holds: Withdraw(word, old), refuse;
+//              otherwise work, then Withdraw(word, old).
+//   rare path: make the condition true; Flush(); then read the announcements (Sum).
+// After Flush every other thread has run a full barrier: either its announcement is visible to
+// the rare path, or its check after announcing sees the condition. Withdraw is a release
+// store, so what the hot path did happens before a rare path that reads the withdrawn word.
+//
+// The first kRecords threads to ask get a record of kWords words, kept for the life of the
+// process (no thread-exit work). Later threads, and every thread where the platform has no heavy
+// barrier, get none: the caller then counts them its own way, with locked instructions on both
+// sides. A thread finds its record through a Ticket that the caller keeps in a thread_local of its
+// own, so that the lookup is one comparison.
+//
+// Constant-initialised and trivially destructible: a registry at namespace scope is valid from
+// the library's load to its unload without an initialisation guard.
+#ifndef ORBPERIX_SRC_UTIL_ANNOUNCEMENTS_H_
+#define ORBPERIX_SRC_UTIL_ANNOUNCEMENTS_H_
+
+#include <atomic>
+#include <cstdint>
+
+#include "platform/platform.h"
+
+namespace OrbPerix {
+
+template <uint32_t kWords>
+class Announcements {
+public:
+    static constexpr uint32_t kRecords = 256;
+
+    // Written only by the thread that holds it.
+    struct alignas(64) Record {
+        std::atomic<uint64_t> words[kWords] = {};
+        uint32_t depth = 0;  // for callers that use the words as a stack
+    };
+
+    // A thread's claim on a record of one registry; zero-initialised before the first claim.
+    struct Ticket {
+        const Announcements* registry;
+        uint32_t index;  // kNone: no record for this thread
+    };
+
+    constexpr Announcements() noexcept = default;
+    Announcements(const Announcements&) = delete;
+    Announcements& operator=(const Announcements&) = delete;
+
+    // Rare path, before the first announcement can matter: decides once whether the heavy
+    // barrier exists (later calls keep the first answer). REQUIRES: callers serialised.
+    void Prepare() noexcept {
+        if (!decided_) {
+            decided_ = true;
+            light_.store(platform::PrepareHeavyBarrier(), std::memory_order_relaxed);
+        }
+    }
+    bool Light() const noexcept { return light_.load(std::memory_order_relaxed); }
+
+    // The calling thread's record; null without the heavy barrier or when all are taken.
+    Record* Own(Ticket& ticket) noexcept {
+        if (ticket.registry != this && !Claim(ticket)) {
+            return nullptr;
+        }
+        return ticket.index != kNone ? &records_[ticket.index] : nullptr;
+    }
+
+    static void Announce(std::atomic<uint64_t>& word, uint64_t value) noexcept {
+        word.store(value, std::memory_order_relaxed);
+        // The check that follows must not be moved above the store by the compiler; the
+        // processor's reordering is what Flush answers for.
+        std::atomic_signal_fence(std::memory_order_seq_cst);
+    }
+    static void Withdraw(std::atomic<uint64_t>& word, uint64_t value) noexcept {
+        word.store(value, std::memory_order_release);
+    }
+
+    // Rare path, after making its condition true.
+    void Flush() const noexcept {
+        if (Light()) {
+            platform::HeavyBarrier();
+        }
+    }
+
+    // The sum of `count(word)` over every word of every claimed record (acquire loads).
+    template <typename Count>
+    uint64_t Sum(Count count) const noexcept {
+        uint64_t total = 0;
+        const uint32_t claimed = claimed_.load(std::memory_order_acquire);
+        for (uint32_t r = 0; r < claimed && r < kRecords; ++r) {
+            for (const std::atomic<uint64_t>& word : records_[r].words) {
+                total += count(word.load(std::memory_order_acquire));
+            }
+        }
+        return total;
+    }
+
+private:
+    static constexpr uint32_t kNone = ~0u;
+
+    // False (and nothing claimed) while the registry is not light.
+    bool Claim(Ticket& ticket) noexcept {
+        if (!Light()) {
+            return false;
+        }
+        // Records are never given back: a thread keeps its record for the life of the process.
+        const uint32_t taken = claimed_.fetch_add(1, std::memory_order_relaxed);
+        ticket.registry = this;
+        ticket.index = taken < kRecords ? taken : kNone;
+        return true;
+    }
+
+    std::atomic<bool> light_{false};
+    bool decided_ = false;  // rare path only
+    std::atomic<uint32_t> claimed_{0};
+    Record records_[kRecords];
+};
+
+}  // namespace OrbPerix
+
+#endif  // ORBPERIX_SRC_UTIL_ANNOUNCEMENTS_H_
