@@ -3,7 +3,6 @@
 #include <utility>
 
 #include "platform/platform.h"
-#include "util/no_destructor.h"
 
 namespace OrbPerix {
 namespace capi {
@@ -11,8 +10,6 @@ namespace capi {
 namespace {
 
 constexpr uint32_t kGenerationMask = 0xFFFFFFu;
-constexpr uint64_t kUsesMask = 0x7FFFFFFFu;
-constexpr uint64_t kDying = uint64_t{1} << 31;
 
 uint64_t MakeHandle(HandleKind kind, uint32_t generation, uint32_t index) noexcept {
     return (static_cast<uint64_t>(kind) << 56) |
@@ -32,12 +29,11 @@ uint64_t NamedState(uint64_t handle) noexcept {
                      static_cast<uint32_t>(handle >> 32) & kGenerationMask);
 }
 
-constexpr uint64_t kIdentityMask = ~(kUsesMask | kDying);
-
-// The innermost Use held by this thread (a chain through the Uses on its stack).
+// The innermost counted Use held by this thread (a chain through the counted Uses on its stack).
 thread_local const HandleTable::Use* t_innermost = nullptr;
 // This thread's announcement record in `table`: index + 1, 0 before it asked, kNoRecord when
-// none is left. (One table serves the process; tests make tables of their own.)
+// none is left. (One table serves the process; tests make tables of their own.) Its address
+// is the thread's mark in the records it owns.
 constexpr uint32_t kNoRecord = ~0u;
 struct RecordOf {
     const HandleTable* table;
@@ -47,45 +43,39 @@ thread_local RecordOf t_record{nullptr, 0};
 
 }  // namespace
 
-HandleTable& HandleTable::Instance() noexcept {
-    // Engine and host threads may still use handles while static objects are destroyed at exit.
-    static NoDestructor<HandleTable> table;
-    return *table;
-}
-
 // ---- Use ----
 
-HandleTable::Use::Use(HandleTable* table, uint32_t index, void* object,
-                      uint32_t announced) noexcept
-    : table_(table), index_(index), object_(object), announced_(announced), outer_(t_innermost) {
-    t_innermost = this;
+HandleTable::Use::Use(HandleTable* table, uint64_t handle, uint32_t index, void* object,
+                      ThreadRecord* record, uint32_t position) noexcept
+    : table_(table),
+      object_(object),
+      handle_(handle),
+      index_(index),
+      position_(position),
+      record_(record) {
+    if (record_ == nullptr) {
+        outer_ = t_innermost;
+        t_innermost = this;
+    }
 }
 
 HandleTable::Use::Use(Use&& other) noexcept
     : table_(other.table_),
-      index_(other.index_),
       object_(other.object_),
-      announced_(other.announced_),
+      handle_(other.handle_),
+      index_(other.index_),
+      position_(other.position_),
+      record_(other.record_),
       outer_(other.outer_) {
-    if (object_ != nullptr && t_innermost == &other) {
+    if (object_ != nullptr && record_ == nullptr && t_innermost == &other) {
         t_innermost = this;
     }
     other.object_ = nullptr;
 }
 
-HandleTable::Use::~Use() {
-    if (object_ == nullptr) {
-        return;
-    }
-    if (t_innermost == this) {
-        t_innermost = outer_;
-    }
-    table_->EndUse(index_, announced_);
-}
-
 // ---- Table ----
 
-HandleTable::ThreadRecord* HandleTable::OwnRecord() noexcept {
+inline ThreadRecord* HandleTable::OwnRecord() noexcept {
     if (!light_.load(std::memory_order_relaxed)) {
         return nullptr;
     }
@@ -94,6 +84,9 @@ HandleTable::ThreadRecord* HandleTable::OwnRecord() noexcept {
         // (no thread-exit work), and later threads count their Uses in the slots instead.
         const uint32_t taken = recordsTaken_.fetch_add(1, std::memory_order_relaxed);
         t_record = RecordOf{this, taken < kThreadRecords ? taken + 1 : kNoRecord};
+        if (taken < kThreadRecords) {
+            records_[taken].owner.store(&t_record, std::memory_order_relaxed);
+        }
     }
     return t_record.record != kNoRecord ? &records_[t_record.record - 1] : nullptr;
 }
@@ -108,6 +101,25 @@ uint32_t HandleTable::UsesOf(const Slot& slot, uint64_t handle) const noexcept {
         }
     }
     return uses;
+}
+
+uint32_t HandleTable::OwnUsesOf(uint64_t handle, uint32_t index) const noexcept {
+    uint32_t own = 0;
+    // Announced: in the records this thread owns (more than one only when it went between
+    // tables). A record that a finished thread left behind holds no Use.
+    const uint32_t records = recordsTaken_.load(std::memory_order_acquire);
+    for (uint32_t r = 0; r < records && r < kThreadRecords; ++r) {
+        if (records_[r].owner.load(std::memory_order_relaxed) != &t_record) {
+            continue;
+        }
+        for (const std::atomic<uint64_t>& announced : records_[r].handles) {
+            own += announced.load(std::memory_order_relaxed) == handle ? 1u : 0u;
+        }
+    }
+    for (const Use* use = t_innermost; use != nullptr; use = use->outer_) {
+        own += use->table_ == this && use->index_ == index ? 1u : 0u;
+    }
+    return own;
 }
 
 uint64_t HandleTable::Add(HandleKind kind, std::shared_ptr<void> object) noexcept {
@@ -161,7 +173,7 @@ HandleTable::Use HandleTable::Acquire(uint64_t handle, HandleKind kind) noexcept
             return Use();
         }
         record->depth = position + 1;
-        return Use(this, index, slot.raw, position);
+        return Use(this, handle, index, slot.raw, record, position);
     }
     uint64_t state = slot.state.load(std::memory_order_acquire);
     do {
@@ -172,7 +184,7 @@ HandleTable::Use HandleTable::Acquire(uint64_t handle, HandleKind kind) noexcept
         }
     } while (!slot.state.compare_exchange_weak(state, state + 1, std::memory_order_acquire,
                                                std::memory_order_acquire));
-    return Use(this, index, slot.raw, kCounted);
+    return Use(this, handle, index, slot.raw, nullptr, 0);
 }
 
 std::shared_ptr<void> HandleTable::Free(Slot& slot) noexcept {
@@ -188,28 +200,18 @@ std::shared_ptr<void> HandleTable::Free(Slot& slot) noexcept {
     return object;
 }
 
-void HandleTable::EndUse(uint32_t index, uint32_t announced) noexcept {
-    Slot& slot = slots_[index];
-    uint64_t handle = 0;
-    if (announced != kCounted) {
-        // A thread with an announced Use has its record in this table.
-        ThreadRecord& record = records_[t_record.record - 1];
-        handle = record.handles[announced].load(std::memory_order_relaxed);
-        // Release: what this Use did happens before a Remove that reads the cleared entry.
-        record.handles[announced].store(0, std::memory_order_release);
-        record.depth = announced;
-        std::atomic_signal_fence(std::memory_order_seq_cst);
-        if ((slot.state.load(std::memory_order_acquire) & kDying) == 0) {
-            return;  // the common case: no lock, no locked instruction
-        }
-    } else {
-        const uint64_t before = slot.state.fetch_sub(1, std::memory_order_acq_rel);
-        if ((before & kDying) == 0) {
-            return;  // no lock
-        }
-        handle = MakeHandle(static_cast<HandleKind>((before >> 32) & 0xFFu),
-                            static_cast<uint32_t>(before >> 40), index);
+void HandleTable::EndCounted(const Use& use) noexcept {
+    if (t_innermost == &use) {
+        t_innermost = use.outer_;
     }
+    const uint64_t before = slots_[use.index_].state.fetch_sub(1, std::memory_order_acq_rel);
+    if ((before & kDying) != 0) {
+        UseEndedOnDying(use.index_, use.handle_);
+    }
+}
+
+void HandleTable::UseEndedOnDying(uint32_t index, uint64_t handle) noexcept {
+    Slot& slot = slots_[index];
     std::shared_ptr<void> last;
     {
         // Under the mutex, so that a Remove waiting on the condition cannot miss the wake-up.
@@ -244,10 +246,7 @@ std::shared_ptr<void> HandleTable::Remove(uint64_t handle, HandleKind kind) noex
         // Every thread now sees the dying bit, or its announcement is visible here.
         platform::HeavyBarrier();
     }
-    uint32_t own = 0;
-    for (const Use* use = t_innermost; use != nullptr; use = use->outer_) {
-        own += use->table_ == this && use->index_ == index ? 1u : 0u;
-    }
+    const uint32_t own = OwnUsesOf(handle, index);
     usesEnded_.wait(lock, [&] { return UsesOf(slot, handle) == own; });
     if (own == 0) {
         return Free(slot);

@@ -16,12 +16,15 @@
 // Use is counted in the slot's word by a compare-and-swap that succeeds only while the word
 // still names the same live generation. Add and Remove (create and destroy, rare) take the
 // table's mutex. Remove marks the slot dying (no new Use) and waits until the Uses of other
-// threads on it have ended,
-// so that the caller (destroy) can drop the object knowing no call is still running on it; a
-// Use that ends on a dying slot takes the mutex to wake it. A Use held by the removing thread
-// itself (destroy from inside a listener that the same call triggered) cannot be waited for:
-// the slot then keeps the object until that Use ends, and it dies there. No host code and no
-// library operation runs under the mutex.
+// threads on it have ended, so that the caller (destroy) can drop the object knowing no call is
+// still running on it; a Use that ends on a dying slot takes the mutex to wake it. A Use held by
+// the removing thread itself (destroy from inside a listener that the same call triggered)
+// cannot be waited for: the slot then keeps the object until that Use ends, and it dies there.
+// No host code and no library operation runs under the mutex.
+//
+// The end of an announced Use is inline (every C call ends one) and touches no thread-local
+// variable: the Use keeps its record. Counted Uses are chained through a thread-local pointer,
+// announced ones are found in the records their thread owns, so Remove knows its own.
 #ifndef ORBPERIX_SRC_CAPI_HANDLE_TABLE_H_
 #define ORBPERIX_SRC_CAPI_HANDLE_TABLE_H_
 
@@ -31,20 +34,28 @@
 #include <memory>
 #include <mutex>
 
+#include "util/no_destructor.h"
+
 namespace OrbPerix {
 namespace capi {
 
 enum class HandleKind : uint8_t { kFree = 0, kInput = 1, kSource = 2, kSink = 3, kCastSession = 4 };
 
+// One thread's announced Uses of one table (handles; 0: none). Written only by its thread.
+struct alignas(64) ThreadRecord {
+    static constexpr uint32_t kNested = 8;
+    std::atomic<uint64_t> handles[kNested] = {};
+    uint32_t depth = 0;
+    // The thread it belongs to (the address of a thread-local of its own); read by that
+    // thread's Remove to find its own announced Uses.
+    std::atomic<const void*> owner{nullptr};
+};
+
 class HandleTable {
 public:
     static constexpr uint32_t kSlots = 4096;
     static constexpr uint32_t kThreadRecords = 256;
-    static constexpr uint32_t kNested = 8;
-    static constexpr uint32_t kCounted = ~0u;  // a Use counted in its slot, not announced
-
-    // The process-wide table; never destroyed, so that calls at process exit stay safe.
-    static HandleTable& Instance() noexcept;
+    static constexpr uint32_t kNested = ThreadRecord::kNested;
 
     // One call's hold on a live handle's object. Move-only; empty when the handle was dead.
     class Use {
@@ -52,7 +63,11 @@ public:
         Use() noexcept = default;
         Use(Use&& other) noexcept;
         Use& operator=(Use&&) = delete;
-        ~Use();
+        ~Use() {
+            if (object_ != nullptr) {
+                table_->EndUse(*this);
+            }
+        }
         Use(const Use&) = delete;
         Use& operator=(const Use&) = delete;
         explicit operator bool() const noexcept { return object_ != nullptr; }
@@ -60,14 +75,25 @@ public:
 
     private:
         friend class HandleTable;
-        Use(HandleTable* table, uint32_t index, void* object, uint32_t announced) noexcept;
+        // `record` null: a Use counted in the slot, chained as this thread's innermost one.
+        Use(HandleTable* table, uint64_t handle, uint32_t index, void* object,
+            ThreadRecord* record, uint32_t position) noexcept;
 
         HandleTable* table_ = nullptr;
-        uint32_t index_ = 0;
         void* object_ = nullptr;
-        uint32_t announced_ = kCounted;  // the position in this thread's record, or kCounted
-        const Use* outer_ = nullptr;  // the Use this thread held before this one
+        uint64_t handle_ = 0;
+        uint32_t index_ = 0;
+        uint32_t position_ = 0;            // the entry in record_
+        ThreadRecord* record_ = nullptr;   // this thread's record; null: counted
+        const Use* outer_ = nullptr;  // counted only: the counted Use this thread held before
     };
+
+    // The process-wide table; never destroyed, so that calls at process exit stay safe.
+    static HandleTable& Instance() noexcept {
+        // Engine and host threads may still use handles while static objects are destroyed.
+        static NoDestructor<HandleTable> table;
+        return *table;
+    }
 
     // Stores `object` and returns its handle; 0 when every slot is taken.
     uint64_t Add(HandleKind kind, std::shared_ptr<void> object) noexcept;
@@ -79,6 +105,11 @@ public:
     std::shared_ptr<void> Remove(uint64_t handle, HandleKind kind) noexcept;
 
 private:
+    // The parts of a slot's state word (see Slot::state).
+    static constexpr uint64_t kUsesMask = 0x7FFFFFFFu;
+    static constexpr uint64_t kDying = uint64_t{1} << 31;
+    static constexpr uint64_t kIdentityMask = ~(kUsesMask | kDying);
+
     struct Slot {
         // generation (bits 40-63) | kind (32-39) | dying (31) | counted Uses (0-30).
         std::atomic<uint64_t> state{0};
@@ -87,20 +118,35 @@ private:
         uint32_t generation = 1;           // GUARDED_BY(mutex_); the next one to hand out
         bool freeOnLastUse = false;        // GUARDED_BY(mutex_)
     };
-    // One thread's announced Uses (handles; 0: none). Written only by its thread.
-    struct alignas(64) ThreadRecord {
-        std::atomic<uint64_t> handles[kNested] = {};
-        uint32_t depth = 0;
-    };
 
     // This thread's record, or null (no light path, or no record left for it).
     ThreadRecord* OwnRecord() noexcept;
     // Uses of `handle` (in `slot`) in flight, counted and announced. Announcements are complete
     // only once the barrier ran after the dying bit was set.
     uint32_t UsesOf(const Slot& slot, uint64_t handle) const noexcept;
+    // Uses of `handle` (slot `index`) held by the calling thread.
+    uint32_t OwnUsesOf(uint64_t handle, uint32_t index) const noexcept;
     // REQUIRES: mutex_ held. Frees a slot for reuse; returns its object.
     std::shared_ptr<void> Free(Slot& slot) noexcept;
-    void EndUse(uint32_t index, uint32_t announced) noexcept;
+
+    // The end of `use`: for an announced one, a release store and a look at the dying bit.
+    void EndUse(const Use& use) noexcept {
+        if (use.record_ == nullptr) {
+            EndCounted(use);
+            return;
+        }
+        // Release: what this Use did happens before a Remove that reads the cleared entry.
+        use.record_->handles[use.position_].store(0, std::memory_order_release);
+        use.record_->depth = use.position_;
+        std::atomic_signal_fence(std::memory_order_seq_cst);
+        if ((slots_[use.index_].state.load(std::memory_order_acquire) & kDying) != 0) {
+            UseEndedOnDying(use.index_, use.handle_);
+        }
+    }
+    void EndCounted(const Use& use) noexcept;
+    // A Use of `handle` ended while its slot is dying: wakes Remove, or frees the slot when it
+    // was removed from inside this thread's own call.
+    void UseEndedOnDying(uint32_t index, uint64_t handle) noexcept;
 
     std::mutex mutex_;
     std::condition_variable usesEnded_;
