@@ -9,54 +9,31 @@ namespace capi {
 
 namespace {
 
-constexpr uint32_t kGenerationMask = 0xFFFFFFu;
-
 uint64_t MakeHandle(HandleKind kind, uint32_t generation, uint32_t index) noexcept {
     return (static_cast<uint64_t>(kind) << 56) |
-           (static_cast<uint64_t>(generation & kGenerationMask) << 32) |
+           (static_cast<uint64_t>(generation & HandleTable::kGenerationMask) << 32) |
            (static_cast<uint64_t>(index) + 1u);
 }
 
 // A slot's state word for a live object of `kind` and `generation`, no Use, not dying.
 uint64_t LiveState(HandleKind kind, uint32_t generation) noexcept {
-    return (static_cast<uint64_t>(generation & kGenerationMask) << 40) |
+    return (static_cast<uint64_t>(generation & HandleTable::kGenerationMask) << 40) |
            (static_cast<uint64_t>(kind) << 32);
-}
-
-// The state word a handle names (Uses and the dying bit cleared).
-uint64_t NamedState(uint64_t handle) noexcept {
-    return LiveState(static_cast<HandleKind>(handle >> 56),
-                     static_cast<uint32_t>(handle >> 32) & kGenerationMask);
 }
 
 // The innermost counted Use held by this thread (a chain through the counted Uses on its stack).
 thread_local const HandleTable::Use* t_innermost = nullptr;
-// This thread's announcement record in `table`: index + 1, 0 before it asked, kNoRecord when
-// none is left. (One table serves the process; tests make tables of their own.) Its address
-// is the thread's mark in the records it owns.
-constexpr uint32_t kNoRecord = ~0u;
-struct RecordOf {
-    const HandleTable* table;
-    uint32_t record;
-};
-thread_local RecordOf t_record{nullptr, 0};
 
 }  // namespace
 
+// One table serves the process; tests make tables of their own.
+thread_local ThreadRecordOf t_threadRecord{nullptr, nullptr};
+
 // ---- Use ----
 
-HandleTable::Use::Use(HandleTable* table, uint64_t handle, uint32_t index, void* object,
-                      ThreadRecord* record, uint32_t position) noexcept
-    : table_(table),
-      object_(object),
-      handle_(handle),
-      index_(index),
-      position_(position),
-      record_(record) {
-    if (record_ == nullptr) {
-        outer_ = t_innermost;
-        t_innermost = this;
-    }
+void HandleTable::Use::LinkCounted() noexcept {
+    outer_ = t_innermost;
+    t_innermost = this;
 }
 
 HandleTable::Use::Use(Use&& other) noexcept
@@ -75,20 +52,17 @@ HandleTable::Use::Use(Use&& other) noexcept
 
 // ---- Table ----
 
-inline ThreadRecord* HandleTable::OwnRecord() noexcept {
-    if (!light_.load(std::memory_order_relaxed)) {
-        return nullptr;
+ThreadRecord* HandleTable::ClaimRecord() noexcept {
+    // Records are never given back: a thread keeps its record for the life of the process (no
+    // thread-exit work), and later threads count their Uses in the slots instead.
+    const uint32_t taken = recordsTaken_.fetch_add(1, std::memory_order_relaxed);
+    ThreadRecord* record = nullptr;
+    if (taken < kThreadRecords) {
+        record = &records_[taken];
+        record->owner.store(&t_threadRecord, std::memory_order_relaxed);
     }
-    if (t_record.table != this) {
-        // Records are never given back: a thread keeps its record for the life of the process
-        // (no thread-exit work), and later threads count their Uses in the slots instead.
-        const uint32_t taken = recordsTaken_.fetch_add(1, std::memory_order_relaxed);
-        t_record = RecordOf{this, taken < kThreadRecords ? taken + 1 : kNoRecord};
-        if (taken < kThreadRecords) {
-            records_[taken].owner.store(&t_record, std::memory_order_relaxed);
-        }
-    }
-    return t_record.record != kNoRecord ? &records_[t_record.record - 1] : nullptr;
+    t_threadRecord = ThreadRecordOf{this, record};
+    return record;
 }
 
 uint32_t HandleTable::UsesOf(const Slot& slot, uint64_t handle) const noexcept {
@@ -109,7 +83,7 @@ uint32_t HandleTable::OwnUsesOf(uint64_t handle, uint32_t index) const noexcept 
     // tables). A record that a finished thread left behind holds no Use.
     const uint32_t records = recordsTaken_.load(std::memory_order_acquire);
     for (uint32_t r = 0; r < records && r < kThreadRecords; ++r) {
-        if (records_[r].owner.load(std::memory_order_relaxed) != &t_record) {
+        if (records_[r].owner.load(std::memory_order_relaxed) != &t_threadRecord) {
             continue;
         }
         for (const std::atomic<uint64_t>& announced : records_[r].handles) {
@@ -145,36 +119,20 @@ uint64_t HandleTable::Add(HandleKind kind, std::shared_ptr<void> object) noexcep
     return 0;
 }
 
-HandleTable::Use HandleTable::Acquire(uint64_t handle, HandleKind kind) noexcept {
-    const uint64_t low = handle & 0xFFFFFFFFu;
-    if (low == 0 || low > kSlots || static_cast<HandleKind>(handle >> 56) != kind ||
-        kind == HandleKind::kFree) {
-        return Use();
+void HandleTable::TakeBack(ThreadRecord* record, uint32_t position, uint64_t state,
+                           uint64_t handle) noexcept {
+    record->handles[position].store(0, std::memory_order_release);
+    if ((state & kIdentityMask) == NamedState(handle)) {
+        // A Remove of this handle may have counted the announcement and be waiting: taking it
+        // back is the end of a use, so the remover is woken as for one.
+        std::lock_guard<std::mutex> lock(mutex_);
+        usesEnded_.notify_all();
     }
-    const uint32_t index = static_cast<uint32_t>(low - 1);
+}
+
+HandleTable::Use HandleTable::AcquireCounted(uint64_t handle, uint32_t index) noexcept {
     Slot& slot = slots_[index];
     const uint64_t named = NamedState(handle);
-    ThreadRecord* record = OwnRecord();
-    if (record != nullptr && record->depth < kNested) {
-        // Announce, then look: Remove sets the dying bit, then runs the barrier, then reads
-        // the announcements, so either it sees this one or this load sees the bit.
-        const uint32_t position = record->depth;
-        record->handles[position].store(handle, std::memory_order_relaxed);
-        std::atomic_signal_fence(std::memory_order_seq_cst);
-        const uint64_t state = slot.state.load(std::memory_order_acquire);
-        if ((state & kIdentityMask) != named || (state & kDying) != 0) {
-            record->handles[position].store(0, std::memory_order_release);
-            if ((state & kIdentityMask) == named) {
-                // A Remove of this handle may have counted the announcement and be waiting:
-                // taking it back is the end of a use, so the remover is woken as for one.
-                std::lock_guard<std::mutex> lock(mutex_);
-                usesEnded_.notify_all();
-            }
-            return Use();
-        }
-        record->depth = position + 1;
-        return Use(this, handle, index, slot.raw, record, position);
-    }
     uint64_t state = slot.state.load(std::memory_order_acquire);
     do {
         // Another generation or kind, a free slot, or a dying one: no new Use.

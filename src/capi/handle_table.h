@@ -51,11 +51,23 @@ struct alignas(64) ThreadRecord {
     std::atomic<const void*> owner{nullptr};
 };
 
+class HandleTable;
+
+// This thread's announcement record in `table` (record null: none left for it). Read inline by
+// Acquire; set by the table on the thread's first Acquire. Its address marks the records the
+// thread owns.
+struct ThreadRecordOf {
+    const HandleTable* table;
+    ThreadRecord* record;
+};
+extern thread_local ThreadRecordOf t_threadRecord;
+
 class HandleTable {
 public:
     static constexpr uint32_t kSlots = 4096;
     static constexpr uint32_t kThreadRecords = 256;
     static constexpr uint32_t kNested = ThreadRecord::kNested;
+    static constexpr uint32_t kGenerationMask = 0xFFFFFFu;  // 24-bit slot generations
 
     // One call's hold on a live handle's object. Move-only; empty when the handle was dead.
     class Use {
@@ -77,7 +89,18 @@ public:
         friend class HandleTable;
         // `record` null: a Use counted in the slot, chained as this thread's innermost one.
         Use(HandleTable* table, uint64_t handle, uint32_t index, void* object,
-            ThreadRecord* record, uint32_t position) noexcept;
+            ThreadRecord* record, uint32_t position) noexcept
+            : table_(table),
+              object_(object),
+              handle_(handle),
+              index_(index),
+              position_(position),
+              record_(record) {
+            if (record_ == nullptr) {
+                LinkCounted();
+            }
+        }
+        void LinkCounted() noexcept;
 
         HandleTable* table_ = nullptr;
         void* object_ = nullptr;
@@ -98,8 +121,32 @@ public:
     // Stores `object` and returns its handle; 0 when every slot is taken.
     uint64_t Add(HandleKind kind, std::shared_ptr<void> object) noexcept;
     // A Use of the object of a live handle of `kind`; empty for 0, unknown, stale, other-kind
-    // or dying handles. Lock-free.
-    Use Acquire(uint64_t handle, HandleKind kind) noexcept;
+    // or dying handles. Lock-free; the announced path (every C call) is inline.
+    Use Acquire(uint64_t handle, HandleKind kind) noexcept {
+        const uint64_t low = handle & 0xFFFFFFFFu;
+        if (low == 0 || low > kSlots || static_cast<HandleKind>(handle >> 56) != kind ||
+            kind == HandleKind::kFree) {
+            return Use();
+        }
+        const uint32_t index = static_cast<uint32_t>(low - 1);
+        ThreadRecord* record = OwnRecord();
+        if (record == nullptr || record->depth >= kNested) {
+            return AcquireCounted(handle, index);
+        }
+        // Announce, then look: Remove sets the dying bit, then runs the barrier, then reads
+        // the announcements, so either it sees this one or this load sees the bit.
+        const uint32_t position = record->depth;
+        record->handles[position].store(handle, std::memory_order_relaxed);
+        std::atomic_signal_fence(std::memory_order_seq_cst);
+        Slot& slot = slots_[index];
+        const uint64_t state = slot.state.load(std::memory_order_acquire);
+        if ((state & (kIdentityMask | kDying)) != NamedState(handle)) {
+            TakeBack(record, position, state, handle);
+            return Use();
+        }
+        record->depth = position + 1;
+        return Use(this, handle, index, slot.raw, record, position);
+    }
     // Takes the object out (the handle is dead from now on) once no other thread uses it;
     // empty as for Acquire.
     std::shared_ptr<void> Remove(uint64_t handle, HandleKind kind) noexcept;
@@ -119,8 +166,26 @@ private:
         bool freeOnLastUse = false;        // GUARDED_BY(mutex_)
     };
 
+    // The state word a handle names: its generation and kind, no Use, not dying.
+    static uint64_t NamedState(uint64_t handle) noexcept {
+        return (((handle >> 32) & kGenerationMask) << 40) | ((handle >> 56) << 32);
+    }
+
     // This thread's record, or null (no light path, or no record left for it).
-    ThreadRecord* OwnRecord() noexcept;
+    ThreadRecord* OwnRecord() noexcept {
+        if (!light_.load(std::memory_order_relaxed)) {
+            return nullptr;
+        }
+        const ThreadRecordOf& own = t_threadRecord;
+        return own.table == this ? own.record : ClaimRecord();
+    }
+    // This thread's first Acquire: takes a record for it if one is left.
+    ThreadRecord* ClaimRecord() noexcept;
+    // Acquire's path without an announcement: the Use is counted in the slot.
+    Use AcquireCounted(uint64_t handle, uint32_t index) noexcept;
+    // Takes back an announcement that met another occupant or the dying bit (`state`).
+    void TakeBack(ThreadRecord* record, uint32_t position, uint64_t state,
+                  uint64_t handle) noexcept;
     // Uses of `handle` (in `slot`) in flight, counted and announced. Announcements are complete
     // only once the barrier ran after the dying bit was set.
     uint32_t UsesOf(const Slot& slot, uint64_t handle) const noexcept;
