@@ -8,7 +8,7 @@
 // write switched to "return at once" (perix_sim_peer_set_bare_write) so that the library's own
 // work is what is measured. The C path's extra work is the handle lookup (lock-free), measuring
 // NUL-terminated texts (BM_CapiPostLengths passes their lengths instead, as the layer does) and
-// the copy of the event's own part of the record.
+// the copy of the bytes of the event record that its kind uses.
 #include <benchmark/benchmark.h>
 
 #include <cstring>

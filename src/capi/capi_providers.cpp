@@ -29,14 +29,14 @@ struct ConcreteOf<ISourceProvider> {
     using type = SourceProvider;
 };
 
-// The part of a C event record that its kind's encoding reads (the header and the kind's payload
+// The bytes of a C event record that its kind's encoding reads (the header and the kind's payload
 // member) copied into `to`; kinds without a member of their own (and unknown kinds) copy the
 // whole record. Each kind copies a size known here, so the copy is a few plain moves rather
 // than a block copy of a size chosen at run time.
 template <size_t kPayload>
 void CopyHead(const orbperix_remote_event& from, RemoteCtrlEvent* to) noexcept {
     constexpr size_t kBytes = offsetof(RemoteCtrlEvent, payload) + kPayload;
-    static_assert(kBytes <= sizeof(RemoteCtrlEvent), "a kind's part lies inside the record");
+    static_assert(kBytes <= sizeof(RemoteCtrlEvent), "a kind's bytes lie inside the record");
     std::memcpy(to, &from, kBytes);  // same layout, checked in capi_layout.cpp
 }
 
