@@ -125,6 +125,8 @@ int main(int argc, char** argv) {
     benchmark::RunSpecifiedBenchmarks(&reporter);
     reporter.PrintRatio("post, C over C++", "BM_CapiPost", "BM_CppPost");
     reporter.PrintRatio("post, C++ layer over C", "BM_LayerPost", "BM_CapiPost");
+    reporter.PrintRatio("post, C with text lengths over C++", "BM_CapiPostLengths", "BM_CppPost",
+                        "none set");
     std::printf("-- paths against their floors (CPU time unless marked) --\n");
     reporter.PrintRatio("PostRemoteCtrlEvent, mouse move, over its floor", "BM_PostMouse/2",
                         "BM_PostMouseFloor", "<= 1.3");

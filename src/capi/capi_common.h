@@ -3,7 +3,8 @@
 // boundary that keeps exceptions inside the library.
 //
 // Conversions copy: a C host's texts become std::string, its records become the C++ records
-// (the layouts are checked in capi_layout.cpp). Nothing here keeps a pointer the host gave.
+// (the layouts are checked in capi_layout.cpp); the posting path reads texts as views for the
+// length of the call instead. Nothing here keeps a pointer the host gave.
 #ifndef ORBPERIX_SRC_CAPI_CAPI_COMMON_H_
 #define ORBPERIX_SRC_CAPI_CAPI_COMMON_H_
 
@@ -12,6 +13,7 @@
 #include <memory>
 #include <new>
 #include <string>
+#include <string_view>
 
 #include "capi/handle_table.h"
 #include "log/log.h"
@@ -71,20 +73,32 @@ int WithObject(uint64_t handle, const char* scope, Body&& body) noexcept {
 
 // Text in: (pointer, length in bytes or -1 for NUL-terminated). False for a negative length
 // other than -1, or a null pointer with a non-zero length. A null pointer with length 0 or -1
-// reads as empty. May throw std::bad_alloc.
-inline bool TextOf(const char* text, int32_t length, std::string* out) {
+// reads as empty (a view of a static "", never a null pointer: the engine gets it as is). The
+// view points into the host's text, valid for the call; with an explicit length it need not
+// be NUL-terminated (the engine's identity records carry their lengths).
+inline bool TextView(const char* text, int32_t length, std::string_view* out) noexcept {
     if (length < ORBPERIX_C_NUL_TERMINATED) {
         return false;
     }
     if (text == nullptr) {
-        out->clear();
+        *out = std::string_view("", 0);
         return length <= 0;
     }
     if (length == ORBPERIX_C_NUL_TERMINATED) {
-        out->assign(text);
+        *out = std::string_view(text);
     } else {
-        out->assign(text, static_cast<size_t>(length));
+        *out = std::string_view(text, static_cast<size_t>(length));
     }
+    return true;
+}
+
+// TextView copied into a string. May throw std::bad_alloc.
+inline bool TextOf(const char* text, int32_t length, std::string* out) {
+    std::string_view view;
+    if (!TextView(text, length, &view)) {
+        return false;
+    }
+    out->assign(view.data(), view.size());
     return true;
 }
 

@@ -29,21 +29,28 @@ struct ConcreteOf<ISourceProvider> {
     using type = SourceProvider;
 };
 
-// Bytes of an event record that its kind's encoding reads: the header and the kind's payload
-// member. Copying only these keeps the C path's per-event cost small; kinds without a member of
-// their own (and unknown kinds) copy the whole record.
-size_t RemoteEventBytes(uint32_t type) noexcept {
-    constexpr size_t kHeader = offsetof(RemoteCtrlEvent, payload);
-    switch (type) {
-        case event_kind::kTouch: return kHeader + sizeof(RemoteTouchEvent);
-        case event_kind::kKey: return kHeader + sizeof(RemoteKeyEvent);
-        case event_kind::kZoom: return kHeader + sizeof(RemoteZoomEvent);
-        case event_kind::kScroll: return kHeader + sizeof(RemoteScrollEvent);
-        case event_kind::kMouse: return kHeader + sizeof(RemoteMouseEvent);
-        case event_kind::kWheel: return kHeader + sizeof(RemoteWheelEvent);
-        case event_kind::kVirtualKey: return kHeader + sizeof(RemoteVirtualKeyEvent);
-        case event_kind::kMessage: return kHeader + sizeof(RemoteMessageEvent);
-        default: return sizeof(RemoteCtrlEvent);
+// The bytes of a C event record that its kind's encoding reads (the header and the kind's payload
+// member) copied into `to`; kinds without a member of their own (and unknown kinds) copy the
+// whole record. Each kind copies a size known here, so the copy is a few plain moves rather
+// than a block copy of a size chosen at run time.
+template <size_t kPayload>
+void CopyHead(const orbperix_remote_event& from, RemoteCtrlEvent* to) noexcept {
+    constexpr size_t kBytes = offsetof(RemoteCtrlEvent, payload) + kPayload;
+    static_assert(kBytes <= sizeof(RemoteCtrlEvent), "a kind's bytes lie inside the record");
+    std::memcpy(to, &from, kBytes);  // same layout, checked in capi_layout.cpp
+}
+
+void CopyEvent(const orbperix_remote_event& from, RemoteCtrlEvent* to) noexcept {
+    switch (from.type) {
+        case event_kind::kTouch: return CopyHead<sizeof(RemoteTouchEvent)>(from, to);
+        case event_kind::kKey: return CopyHead<sizeof(RemoteKeyEvent)>(from, to);
+        case event_kind::kZoom: return CopyHead<sizeof(RemoteZoomEvent)>(from, to);
+        case event_kind::kScroll: return CopyHead<sizeof(RemoteScrollEvent)>(from, to);
+        case event_kind::kMouse: return CopyHead<sizeof(RemoteMouseEvent)>(from, to);
+        case event_kind::kWheel: return CopyHead<sizeof(RemoteWheelEvent)>(from, to);
+        case event_kind::kVirtualKey: return CopyHead<sizeof(RemoteVirtualKeyEvent)>(from, to);
+        case event_kind::kMessage: return CopyHead<sizeof(RemoteMessageEvent)>(from, to);
+        default: return CopyHead<sizeof(RemoteCtrlPayload)>(from, to);
     }
 }
 
@@ -299,29 +306,28 @@ int orbperix_input_close_button(uint64_t provider, const orbperix_service* servi
 
 int orbperix_input_post_remote_ctrl_event(uint64_t provider, const orbperix_service* service,
                                           const orbperix_remote_event* event) {
-    if (service != nullptr && event != nullptr && service->device_id != nullptr &&
-        service->service_id != nullptr && service->device_id_len == ORBPERIX_C_NUL_TERMINATED &&
-        service->service_id_len == ORBPERIX_C_NUL_TERMINATED) {
-        // NUL-terminated texts, as the engine's identity needs them: no copies on this path.
-        return WithObject<IInputProvider>(
-            provider, ORBPERIX_C_SCOPE(orbperix_input_post_remote_ctrl_event),
-            [service, event](IInputProvider& p) {
-                RemoteCtrlEvent copy;  // same layout, checked in capi_layout.cpp
-                std::memcpy(&copy, event, RemoteEventBytes(event->type));
-                return static_cast<InputProvider&>(p).PostRemoteCtrlEventTo(
-                    service->device_id, service->service_id, &copy);
-            });
-    }
-    return WithService<IInputProvider>(
-        provider, ORBPERIX_C_SCOPE(orbperix_input_post_remote_ctrl_event), service,
-        [event](IInputProvider& p, ServiceInfo* s) {
-            if (event == nullptr) {
-                return p.PostRemoteCtrlEvent(s, nullptr);
-            }
-            RemoteCtrlEvent copy;  // same layout, checked in capi_layout.cpp
-            std::memcpy(&copy, event, RemoteEventBytes(event->type));
-            return p.PostRemoteCtrlEvent(s, &copy);
-        });
+    static const char* const kScope = ORBPERIX_C_SCOPE(orbperix_input_post_remote_ctrl_event);
+    return WithObject<IInputProvider>(provider, kScope, [service, event](IInputProvider& p) {
+        auto& input = static_cast<InputProvider&>(p);
+        if (service == nullptr) {
+            // The C++ operation's own refusal (its line, -2), whatever the event.
+            return input.PostRemoteCtrlEvent(nullptr, nullptr);
+        }
+        // Views, not copies: the texts outlive the call, and the engine's identity takes
+        // pointer and length.
+        std::string_view deviceId;
+        std::string_view serviceId;
+        if (!TextView(service->device_id, service->device_id_len, &deviceId) ||
+            !TextView(service->service_id, service->service_id_len, &serviceId)) {
+            return Fail(kScope, ORBPERIX_C_INVALID_ARGUMENT, kBadText);
+        }
+        if (event == nullptr) {
+            return input.PostRemoteCtrlEventTo(deviceId, serviceId, nullptr);
+        }
+        RemoteCtrlEvent copy;
+        CopyEvent(*event, &copy);
+        return input.PostRemoteCtrlEventTo(deviceId, serviceId, &copy);
+    });
 }
 
 int orbperix_input_button_write_stream_buffer(uint64_t provider, const orbperix_service* service,

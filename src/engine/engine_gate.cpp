@@ -47,7 +47,7 @@ struct ThreadState {
     uint32_t callbacks;  // engine callbacks this thread is running
     CallRegistry::Record* own;  // the record the calls under way were counted in, or null
 };
-thread_local ThreadState t_state{{nullptr, 0}, kNoShard, 0, 0, nullptr};
+thread_local ThreadState t_state{{0, nullptr}, kNoShard, 0, 0, nullptr};
 
 // Polls `done` until it is true (true) or `timeoutMs` have passed (false). What it waits for
 // is usually short: it yields a few times before it sleeps.

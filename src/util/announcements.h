@@ -35,16 +35,21 @@ class Announcements {
 public:
     static constexpr uint32_t kRecords = 256;
 
+    struct Record;
+    // A thread's claim on a record of one registry; zero-initialised before the first claim.
+    // Lives in a thread_local, so its address also names the thread.
+    struct Ticket {
+        uint64_t serial;  // the registry's serial when it was claimed; 0: not yet
+        Record* record;   // null: no record was left for this thread
+    };
+
     // Written only by the thread that holds it.
     struct alignas(64) Record {
         std::atomic<uint64_t> words[kWords] = {};
         uint32_t depth = 0;  // for callers that use the words as a stack
-    };
-
-    // A thread's claim on a record of one registry; zero-initialised before the first claim.
-    struct Ticket {
-        const Announcements* registry;
-        uint32_t index;  // kNone: no record for this thread
+        // The ticket that claimed it: a thread that turned to another registry and came back
+        // holds more than one record here, all under its ticket's address.
+        std::atomic<const Ticket*> owner{nullptr};
     };
 
     constexpr Announcements() noexcept = default;
@@ -52,21 +57,26 @@ public:
     Announcements& operator=(const Announcements&) = delete;
 
     // Rare path, before the first announcement can matter: decides once whether the heavy
-    // barrier exists (later calls keep the first answer). REQUIRES: callers serialised.
+    // barrier exists (later calls keep the first answer) and gives the registry its serial, so
+    // that a ticket of an earlier registry at the same address (tests make and drop tables) is
+    // never taken for one of this. REQUIRES: callers serialised.
     void Prepare() noexcept {
         if (!decided_) {
             decided_ = true;
-            light_.store(platform::PrepareHeavyBarrier(), std::memory_order_relaxed);
+            static std::atomic<uint64_t> serials{0};
+            serial_.store(serials.fetch_add(1, std::memory_order_relaxed) + 1,
+                          std::memory_order_relaxed);
+            light_.store(platform::PrepareHeavyBarrier(), std::memory_order_release);
         }
     }
     bool Light() const noexcept { return light_.load(std::memory_order_relaxed); }
 
     // The calling thread's record; null without the heavy barrier or when all are taken.
     Record* Own(Ticket& ticket) noexcept {
-        if (ticket.registry != this && !Claim(ticket)) {
-            return nullptr;
+        if (ticket.serial == serial_.load(std::memory_order_relaxed)) {
+            return ticket.record;
         }
-        return ticket.index != kNone ? &records_[ticket.index] : nullptr;
+        return Claim(ticket);
     }
 
     static void Announce(std::atomic<uint64_t>& word, uint64_t value) noexcept {
@@ -86,12 +96,16 @@ public:
         }
     }
 
-    // The sum of `count(word)` over every word of every claimed record (acquire loads).
+    // The sum of `count(word)` over every word of every claimed record (acquire loads), or
+    // only of the records claimed through `owner` (a thread's own ticket) when it is given.
     template <typename Count>
-    uint64_t Sum(Count count) const noexcept {
+    uint64_t Sum(Count count, const Ticket* owner = nullptr) const noexcept {
         uint64_t total = 0;
         const uint32_t claimed = claimed_.load(std::memory_order_acquire);
         for (uint32_t r = 0; r < claimed && r < kRecords; ++r) {
+            if (owner != nullptr && records_[r].owner.load(std::memory_order_relaxed) != owner) {
+                continue;
+            }
             for (const std::atomic<uint64_t>& word : records_[r].words) {
                 total += count(word.load(std::memory_order_acquire));
             }
@@ -100,20 +114,23 @@ public:
     }
 
 private:
-    static constexpr uint32_t kNone = ~0u;
-
-    // False (and nothing claimed) while the registry is not light.
-    bool Claim(Ticket& ticket) noexcept {
-        if (!Light()) {
-            return false;
+    // Null, and nothing claimed, while the registry is not light (asked again next time).
+    Record* Claim(Ticket& ticket) noexcept {
+        if (!light_.load(std::memory_order_acquire)) {
+            return nullptr;
         }
         // Records are never given back: a thread keeps its record for the life of the process.
         const uint32_t taken = claimed_.fetch_add(1, std::memory_order_relaxed);
-        ticket.registry = this;
-        ticket.index = taken < kRecords ? taken : kNone;
-        return true;
+        Record* record = taken < kRecords ? &records_[taken] : nullptr;
+        if (record != nullptr) {
+            record->owner.store(&ticket, std::memory_order_relaxed);
+        }
+        ticket.record = record;
+        ticket.serial = serial_.load(std::memory_order_relaxed);
+        return record;
     }
 
+    std::atomic<uint64_t> serial_{0};  // 0 until Prepare
     std::atomic<bool> light_{false};
     bool decided_ = false;  // rare path only
     std::atomic<uint32_t> claimed_{0};

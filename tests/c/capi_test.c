@@ -311,33 +311,45 @@ static void InputSession(void) {
     CHECK_EQ(orbperix_input_open_button(input, &button, NULL), 0);
     CHECK_EQ(perix_sim_count_calls(PERIX_SIM_BUTTON, 1), 1); /* ButtonOpen */
 
-    /* Remote-control events: through C, then the same events through C++. */
+    /* Remote-control events through C, with NUL-terminated texts and with explicit lengths over
+       texts that go on past them, then the same events through C++: the same packets, written
+       to the same identity. */
     perix_sim_peer_clear_packets();
     int events = capi_ref_event_count();
+    orbperix_service counted = button;
+    counted.device_id = "peer-A/not-this";
+    counted.device_id_len = 6;
+    counted.service_id = "svc-button/nor-this";
+    counted.service_id_len = 10;
     for (int i = 0; i < events; ++i) {
         orbperix_remote_event e = BuildEvent(i);
         CHECK_EQ(orbperix_input_post_remote_ctrl_event(input, &button, &e), 0);
+        CHECK_EQ(orbperix_input_post_remote_ctrl_event(input, &counted, &e), 0);
     }
     for (int i = 0; i < events; ++i) {
         CHECK_EQ(capi_ref_post(i, "peer-A", "svc-button"), 0);
     }
-    CHECK_EQ(perix_sim_peer_packet_count(), 2 * events);
+    CHECK_EQ(perix_sim_peer_packet_count(), 3 * events);
     for (int i = 0; i < events; ++i) {
-        perix_sim_packet fromC, fromCpp;
-        CHECK_EQ(perix_sim_peer_get_packet(i, &fromC), 0);
-        CHECK_EQ(perix_sim_peer_get_packet(events + i, &fromCpp), 0);
-        if (!SamePacket(&fromC, &fromCpp)) {
-            printf("  event %d: C packet (%u bytes, %s) differs from C++ packet (%u bytes, %s)\n",
-                   i, fromC.length, fromC.description, fromCpp.length, fromCpp.description);
+        perix_sim_packet fromC[2], fromCpp;
+        CHECK_EQ(perix_sim_peer_get_packet(2 * events + i, &fromCpp), 0);
+        for (int form = 0; form < 2; ++form) {
+            CHECK_EQ(perix_sim_peer_get_packet(2 * i + form, &fromC[form]), 0);
+            if (!SamePacket(&fromC[form], &fromCpp)) {
+                printf("  event %d, form %d: C packet (%u bytes, %s) differs from C++ packet "
+                       "(%u bytes, %s)\n", i, form, fromC[form].length, fromC[form].description,
+                       fromCpp.length, fromCpp.description);
+            }
+            CHECK(SamePacket(&fromC[form], &fromCpp));
+            CHECK(strcmp(fromC[form].device_id, "peer-A") == 0 &&
+                  strcmp(fromC[form].service_id, "svc-button") == 0);
         }
-        CHECK(SamePacket(&fromC, &fromCpp));
-        CHECK(strcmp(fromC.device_id, "peer-A") == 0 && strcmp(fromC.service_id, "svc-button") == 0);
     }
 
     /* Raw button write, binary data, the data and event callbacks, pass-through. */
     CHECK_EQ(orbperix_input_button_write_stream_buffer(input, &button, payload, 3), 0);
     perix_sim_packet raw;
-    CHECK_EQ(perix_sim_peer_get_packet(2 * events, &raw), 0);
+    CHECK_EQ(perix_sim_peer_get_packet(3 * events, &raw), 0);
     CHECK(raw.length == 3 && memcmp(raw.bytes, payload, 3) == 0);
     orbperix_binary binary = {1, 2, payload, 3};
     CHECK_EQ(orbperix_input_send_data(input, "peer-A", -1, &binary), 0);
@@ -578,7 +590,13 @@ static void BadRecords(void) {
     orbperix_service broken = Service(NULL, "svc", 6);
     broken.device_id_len = 4;
     CHECK_EQ(orbperix_input_open_button(input, &broken, NULL), -2);
-    CHECK_EQ(CountLinesSince(mark, "(orbperix_c::"), 3);
+    CHECK_EQ(orbperix_input_post_remote_ctrl_event(input, &broken, &event), -2);
+    CHECK_EQ(orbperix_input_post_remote_ctrl_event(input, &broken, NULL), -2);
+    broken = Service("peer-N", "svc", 6);
+    broken.service_id_len = -2;
+    CHECK_EQ(orbperix_input_post_remote_ctrl_event(input, &broken, &event), -2);
+    CHECK_EQ(CountLinesSince(mark, "(orbperix_c::"), 6);
+    CHECK_EQ(CountLinesSince(mark, "invalid text argument"), 6);
     CHECK_EQ(orbperix_initialize(NULL, NULL), ORBPERIX_C_INVALID_ARGUMENT);
 
     /* Lengths 0 and -1 on the data paths. */

@@ -97,6 +97,31 @@ TEST(HandleTable, RemoveFromInsideOwnUseFreesWhenThatUseEnds) {
     EXPECT_EQ(1, destroyed.load());
 }
 
+// A thread that went on to use another table still knows its own Uses of the first: removing
+// from inside one does not wait for itself, and the Use frees the object when it ends.
+TEST(HandleTable, RemoveFromInsideOwnUseAfterUsingAnotherTable) {
+    auto first = std::make_unique<HandleTable>();
+    auto second = std::make_unique<HandleTable>();
+    std::atomic<int> destroyed{0};
+    const uint64_t handle = first->Add(HandleKind::kInput, Object(&destroyed));
+    const uint64_t other = second->Add(HandleKind::kInput, Object(&destroyed));
+    {
+        HandleTable::Use outer = first->Acquire(handle, HandleKind::kInput);
+        ASSERT_TRUE(outer);
+        {
+            HandleTable::Use inner = second->Acquire(other, HandleKind::kInput);
+            ASSERT_TRUE(inner);
+            HandleTable::Use again = first->Acquire(handle, HandleKind::kInput);
+            ASSERT_TRUE(again);
+        }
+        EXPECT_TRUE(first->Remove(handle, HandleKind::kInput) != nullptr);  // no wait
+        EXPECT_EQ(0, destroyed.load()) << "the slot keeps it while this thread uses it";
+        EXPECT_FALSE(first->Acquire(handle, HandleKind::kInput));
+    }
+    EXPECT_EQ(1, destroyed.load());
+    EXPECT_TRUE(second->Acquire(other, HandleKind::kInput)) << "the other table's handle lives";
+}
+
 TEST(HandleTable, ThreadsBeyondTheAnnouncementRecordsStillCount) {
     auto table = std::make_unique<HandleTable>();
     std::atomic<int> destroyed{0};
