@@ -244,12 +244,21 @@ int SimPERIXSendBinaryData(void* handle, const BinaryData* data) {
     return Result(c);
 }
 
+// An identity text as a strict engine takes it: the library's texts are NUL-terminated at their
+// length (C strings back them), so an engine that reads one to its NUL stays inside it.
+void SetIdentityText(char (&dest)[260], const char* text, uint32_t length) {
+    SetText(dest, text, length);
+    if (text != nullptr && text[length] != '\0') {
+        perix_sim_strict::Violation("identity text not NUL-terminated at its length");
+    }
+}
+
 // ---- ButtonHandlerSource ----
 
 void SetIdentity(perix_sim_call& c, const PerixButtonIdentity* identity) {
     if (identity != nullptr) {
-        SetText(c.text, identity->deviceId, identity->deviceIdLen);
-        SetText(c.text2, identity->serviceId, identity->serviceIdLen);
+        SetIdentityText(c.text, identity->deviceId, identity->deviceIdLen);
+        SetIdentityText(c.text2, identity->serviceId, identity->serviceIdLen);
         c.values[0] = identity->deviceIdLen;
         c.values[1] = identity->serviceIdLen;
     }
@@ -299,8 +308,8 @@ int SimButtonWriteStreamBuffer(const PerixButtonIdentity* identity,
 
 void SetServiceId(perix_sim_call& c, const PerixServiceId* service) {
     if (service != nullptr) {
-        SetText(c.text, service->deviceId, service->deviceIdLen);
-        SetText(c.text2, service->serviceId, service->serviceIdLen);
+        SetIdentityText(c.text, service->deviceId, service->deviceIdLen);
+        SetIdentityText(c.text2, service->serviceId, service->serviceIdLen);
         c.values[0] = service->deviceIdLen;
         c.values[1] = service->serviceIdLen;
         c.values[2] = service->serviceType;

@@ -92,6 +92,41 @@ inline bool TextView(const char* text, int32_t length, std::string_view* out) no
     return true;
 }
 
+// A text for the engine, read as TextView does, and NUL-terminated at its size as every text
+// the library hands the engine is: the engine's records carry the length, but an engine that
+// reads to the NUL must not run past a host's buffer. A text given with its length is copied
+// (onto the stack when short); a NUL-terminated one is used in place. May throw std::bad_alloc.
+class EngineText {
+public:
+    EngineText() noexcept = default;
+    EngineText(const EngineText&) = delete;
+    EngineText& operator=(const EngineText&) = delete;
+
+    bool Read(const char* text, int32_t length) {
+        if (!TextView(text, length, &view_)) {
+            return false;
+        }
+        if (text == nullptr || length == ORBPERIX_C_NUL_TERMINATED) {
+            return true;  // "" or the host's C string
+        }
+        if (view_.size() < sizeof(small_)) {
+            std::memcpy(small_, view_.data(), view_.size());
+            small_[view_.size()] = '\0';
+            view_ = std::string_view(small_, view_.size());
+        } else {
+            copy_.assign(view_.data(), view_.size());
+            view_ = copy_;
+        }
+        return true;
+    }
+    std::string_view View() const noexcept { return view_; }
+
+private:
+    std::string_view view_;
+    char small_[96];
+    std::string copy_;
+};
+
 // TextView copied into a string. May throw std::bad_alloc.
 inline bool TextOf(const char* text, int32_t length, std::string* out) {
     std::string_view view;

@@ -313,20 +313,20 @@ int orbperix_input_post_remote_ctrl_event(uint64_t provider, const orbperix_serv
             // The C++ operation's own refusal (its line, -2), whatever the event.
             return input.PostRemoteCtrlEvent(nullptr, nullptr);
         }
-        // Views, not copies: the texts outlive the call, and the engine's identity takes
-        // pointer and length.
-        std::string_view deviceId;
-        std::string_view serviceId;
-        if (!TextView(service->device_id, service->device_id_len, &deviceId) ||
-            !TextView(service->service_id, service->service_id_len, &serviceId)) {
+        // NUL-terminated texts are used in place (they outlive the call); texts with a length
+        // are terminated in a copy of their own.
+        EngineText deviceId;
+        EngineText serviceId;
+        if (!deviceId.Read(service->device_id, service->device_id_len) ||
+            !serviceId.Read(service->service_id, service->service_id_len)) {
             return Fail(kScope, ORBPERIX_C_INVALID_ARGUMENT, kBadText);
         }
         if (event == nullptr) {
-            return input.PostRemoteCtrlEventTo(deviceId, serviceId, nullptr);
+            return input.PostRemoteCtrlEventTo(deviceId.View(), serviceId.View(), nullptr);
         }
         RemoteCtrlEvent copy;
         CopyEvent(*event, &copy);
-        return input.PostRemoteCtrlEventTo(deviceId, serviceId, &copy);
+        return input.PostRemoteCtrlEventTo(deviceId.View(), serviceId.View(), &copy);
     });
 }
 

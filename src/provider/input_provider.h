@@ -81,8 +81,8 @@ public:
 
     // PostRemoteCtrlEvent for the C interface, without copying the service's texts: the same
     // checks, encoding, log lines and results, the packet written by this class's own button
-    // write. The texts need not be NUL-terminated: the engine's button identity carries each
-    // text's length. REQUIRES: both views non-null (an empty text is a view of "").
+    // write. REQUIRES: both views non-null and NUL-terminated at their size (the engine gets
+    // them as its button identity, which C strings back everywhere else).
     int PostRemoteCtrlEventTo(std::string_view deviceId, std::string_view serviceId,
                               RemoteCtrlEvent* event);
 
