@@ -477,7 +477,6 @@ TEST_F(Layer, EnginePathAppliesBeforeInitialising) {
         Lines lines;
         EXPECT_EQ(manager_.Initialize("layer-test"), orbperix::kNotAvailable);
         EXPECT_EQ(lines.Count("engine location: nowhere("), 1);
-        EXPECT_EQ(lines.Count("LoadLibrary failed"), 1);
     }
     ASSERT_EQ(orbperix::Manager::SetEnginePath({}).value(), 0);  // back to the default
     EXPECT_EQ(manager_.Initialize("layer-test").value(), 0);
