@@ -82,8 +82,9 @@ static orbperix_service Service(const char* device, const char* service, uint32_
     return s;
 }
 
-/* One event of each kind the encoder builds: the C layer copies most kinds only up to their
- * payload member, text input whole; cpp_reference.cpp posts the same records through C++. */
+/* One event of each kind the encoder builds, with whole coordinates (the wire truncates them):
+ * the C layer copies most kinds only up to their payload member, text input whole;
+ * cpp_reference.cpp posts the same records through C++. */
 enum { kEvents = 9 };
 static orbperix_remote_event BuildEvent(int index) {
     orbperix_remote_event e;
@@ -95,10 +96,10 @@ static orbperix_remote_event BuildEvent(int index) {
             e.payload.touch.pointer_count = 2;
             e.payload.touch.pointer_ids[0] = 1;
             e.payload.touch.pointer_ids[1] = 2;
-            e.payload.touch.x[0] = 0.25;
-            e.payload.touch.y[0] = 0.5;
-            e.payload.touch.x[1] = 0.75;
-            e.payload.touch.y[1] = 0.125;
+            e.payload.touch.x[0] = 100.25;
+            e.payload.touch.y[0] = 200.5;
+            e.payload.touch.x[1] = 300;
+            e.payload.touch.y[1] = 400;
             break;
         case 1:
             e.type = ORBPERIX_REMOTE_KEY;
@@ -123,8 +124,8 @@ static orbperix_remote_event BuildEvent(int index) {
             e.payload.wheel.action = 1;
             e.payload.wheel.buttons = 5;
             e.payload.wheel.wheel_value = 120;
-            e.payload.wheel.x = 0.5;
-            e.payload.wheel.y = 0.25;
+            e.payload.wheel.x = 50;
+            e.payload.wheel.y = 60;
             break;
         case 4:
             e.type = ORBPERIX_REMOTE_TEXT_INPUT;
@@ -147,13 +148,13 @@ static orbperix_remote_event BuildEvent(int index) {
         case 7:
             e.type = ORBPERIX_REMOTE_VIRTUAL_KEY;
             e.payload.virtual_key.action = 2;
-            e.payload.virtual_key.x = 0.75;
-            e.payload.virtual_key.y = 0.25;
+            e.payload.virtual_key.x = 70;
+            e.payload.virtual_key.y = 80;
             break;
         default:
             e.type = ORBPERIX_REMOTE_ZOOM;
-            e.payload.zoom.x = 0.5;
-            e.payload.zoom.y = 0.5;
+            e.payload.zoom.x = 90;
+            e.payload.zoom.y = 110;
             e.payload.zoom.zoom_value = 0x0203;
             break;
     }
@@ -507,12 +508,14 @@ static void BadHandles(void) {
     CHECK_EQ(orbperix_destroy_input_provider(input), 1);
     CHECK_BAD_HANDLE(orbperix_destroy_input_provider(input), "orbperix_destroy_input_provider");
     CHECK_BAD_HANDLE(orbperix_input_deinit(input), "orbperix_input_deinit");
-    orbperix_sink_handle sink = orbperix_create_sink_provider();
-    CHECK(sink != 0 && sink != input);
+    orbperix_input_handle again = orbperix_create_input_provider(); /* takes the freed slot */
+    CHECK(again != 0 && again != input);
     CHECK_BAD_HANDLE(orbperix_input_init(input), "orbperix_input_init");
     /* A handle of another kind. */
+    orbperix_sink_handle sink = orbperix_create_sink_provider();
     CHECK_BAD_HANDLE(orbperix_input_init(sink), "orbperix_input_init");
     CHECK_BAD_HANDLE(orbperix_source_init(sink), "orbperix_source_init");
+    CHECK_EQ(orbperix_destroy_input_provider(again), 1);
     CHECK_EQ(orbperix_destroy_sink_provider(sink), 1);
     CHECK_BAD_HANDLE(orbperix_sink_init(sink), "orbperix_sink_init");
 }
