@@ -502,13 +502,13 @@ static void BadHandles(void) {
     CHECK_BAD_HANDLE(orbperix_destroy_input_provider(0), "orbperix_destroy_input_provider");
     CHECK_BAD_HANDLE(orbperix_destroy_cast_session(42), "orbperix_destroy_cast_session");
 
-    /* Stale: destroyed handles stay dead, also after their slot is reused. */
+    /* Stale: destroyed handles stay dead, also while another of their kind lives. */
     orbperix_input_handle input = orbperix_create_input_provider();
     CHECK(input != 0);
     CHECK_EQ(orbperix_destroy_input_provider(input), 1);
     CHECK_BAD_HANDLE(orbperix_destroy_input_provider(input), "orbperix_destroy_input_provider");
     CHECK_BAD_HANDLE(orbperix_input_deinit(input), "orbperix_input_deinit");
-    orbperix_input_handle again = orbperix_create_input_provider(); /* takes the freed slot */
+    orbperix_input_handle again = orbperix_create_input_provider(); /* a live one of its kind */
     CHECK(again != 0 && again != input);
     CHECK_BAD_HANDLE(orbperix_input_init(input), "orbperix_input_init");
     /* A handle of another kind. */
