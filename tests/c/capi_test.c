@@ -85,81 +85,26 @@ static orbperix_service Service(const char* device, const char* service, uint32_
 /* One event of each kind the encoder builds, with whole coordinates (the wire truncates them):
  * the C layer copies most kinds only up to their payload member, text input whole;
  * cpp_reference.cpp posts the same records through C++. */
-enum { kEvents = 9 };
-static orbperix_remote_event BuildEvent(int index) {
-    orbperix_remote_event e;
-    memset(&e, 0, sizeof(e));
-    switch (index) {
-        case 0:
-            e.type = ORBPERIX_REMOTE_TOUCH;
-            e.payload.touch.action = 0;
-            e.payload.touch.pointer_count = 2;
-            e.payload.touch.pointer_ids[0] = 1;
-            e.payload.touch.pointer_ids[1] = 2;
-            e.payload.touch.x[0] = 100.25;
-            e.payload.touch.y[0] = 200.5;
-            e.payload.touch.x[1] = 300;
-            e.payload.touch.y[1] = 400;
-            break;
-        case 1:
-            e.type = ORBPERIX_REMOTE_KEY;
-            e.payload.key.action = 1;
-            e.payload.key.key_value1 = 0x1234;
-            e.payload.key.key_value2 = 0x00AB;
-            e.payload.key.key_value3 = 0x01020304;
-            break;
-        case 2:
-            e.type = ORBPERIX_REMOTE_MOUSE;
-            e.header_flags = 0x08;
-            e.header_tag = 0x5A;
-            e.payload.mouse.action = 2;
-            e.payload.mouse.button = 1;
-            e.payload.mouse.coords[0] = 10.5;
-            e.payload.mouse.coords[1] = 20.25;
-            e.payload.mouse.coords[2] = 640;
-            e.payload.mouse.coords[3] = 480;
-            break;
-        case 3:
-            e.type = ORBPERIX_REMOTE_WHEEL;
-            e.payload.wheel.action = 1;
-            e.payload.wheel.buttons = 5;
-            e.payload.wheel.wheel_value = 120;
-            e.payload.wheel.x = 50;
-            e.payload.wheel.y = 60;
-            break;
-        case 4:
-            e.type = ORBPERIX_REMOTE_TEXT_INPUT;
-            e.payload.input.action = 0;
-            e.payload.input.u.content.content_length = 5;
-            memcpy(e.payload.input.u.content.content, "hello", 5);
-            break;
-        case 5:
-            e.type = ORBPERIX_REMOTE_MESSAGE;
-            e.payload.message.action = 0;
-            e.payload.message.message_length = 6;
-            e.payload.message.message_word = 0x0102;
-            memcpy(e.payload.message.message_data, "abcd", 4);
-            break;
-        case 6:
-            e.type = ORBPERIX_REMOTE_SCROLL;
-            e.payload.scroll.action = 1;
-            e.payload.scroll.scroll_value = 0x0304;
-            break;
-        case 7:
-            e.type = ORBPERIX_REMOTE_VIRTUAL_KEY;
-            e.payload.virtual_key.action = 2;
-            e.payload.virtual_key.x = 70;
-            e.payload.virtual_key.y = 80;
-            break;
-        default:
-            e.type = ORBPERIX_REMOTE_ZOOM;
-            e.payload.zoom.x = 90;
-            e.payload.zoom.y = 110;
-            e.payload.zoom.zoom_value = 0x0203;
-            break;
-    }
-    return e;
-}
+static const orbperix_remote_event kEvents[] = {
+    {.type = ORBPERIX_REMOTE_TOUCH,
+     .payload.touch = {.pointer_count = 2, .pointer_ids = {1, 2}, .x = {100.25, 300},
+                       .y = {200.5, 400}}},
+    {.type = ORBPERIX_REMOTE_KEY,
+     .payload.key = {.action = 1, .key_value1 = 0x1234, .key_value2 = 0x00AB,
+                     .key_value3 = 0x01020304}},
+    {.type = ORBPERIX_REMOTE_MOUSE, .header_flags = 0x08, .header_tag = 0x5A,
+     .payload.mouse = {.action = 2, .button = 1, .coords = {10.5, 20.25, 640, 480}}},
+    {.type = ORBPERIX_REMOTE_WHEEL,
+     .payload.wheel = {.action = 1, .buttons = 5, .wheel_value = 120, .x = 50, .y = 60}},
+    {.type = ORBPERIX_REMOTE_TEXT_INPUT,
+     .payload.input.u.content = {.content_length = 5, .content = "hello"}},
+    {.type = ORBPERIX_REMOTE_MESSAGE,
+     .payload.message = {.message_length = 6, .message_word = 0x0102, .message_data = "abcd"}},
+    {.type = ORBPERIX_REMOTE_SCROLL, .payload.scroll = {.action = 1, .scroll_value = 0x0304}},
+    {.type = ORBPERIX_REMOTE_VIRTUAL_KEY, .payload.virtual_key = {.action = 2, .x = 70, .y = 80}},
+    {.type = ORBPERIX_REMOTE_ZOOM, .payload.zoom = {.x = 90, .y = 110, .zoom_value = 0x0203}},
+};
+enum { kEventCount = (int)(sizeof(kEvents) / sizeof(kEvents[0])) };
 
 /* Where the packet's 4-byte big-endian timestamp sits: at the end, or just before the padding
  * byte when the decoder reports one. -1 when the bytes there do not hold the decoded value. */
@@ -322,14 +267,12 @@ static void InputSession(void) {
 
     /* Remote-control events: through C, then the same events through C++. */
     perix_sim_peer_clear_packets();
-    const int events = kEvents;
+    const int events = kEventCount;
     for (int i = 0; i < events; ++i) {
-        orbperix_remote_event e = BuildEvent(i);
-        CHECK_EQ(orbperix_input_post_remote_ctrl_event(input, &button, &e), 0);
+        CHECK_EQ(orbperix_input_post_remote_ctrl_event(input, &button, &kEvents[i]), 0);
     }
     for (int i = 0; i < events; ++i) {
-        orbperix_remote_event e = BuildEvent(i);
-        CHECK_EQ(capi_ref_post(&e, "peer-A", "svc-button"), 0);
+        CHECK_EQ(capi_ref_post(&kEvents[i], "peer-A", "svc-button"), 0);
     }
     CHECK_EQ(perix_sim_peer_packet_count(), 2 * events);
     for (int i = 0; i < events; ++i) {
@@ -490,12 +433,12 @@ static void SinkSession(void) {
 static void BadHandles(void) {
     orbperix_device_info peer = Device("peer-X", 5);
     orbperix_service service = Service("peer-X", "svc", 6);
-    orbperix_remote_event event = BuildEvent(1);
+    const orbperix_remote_event* event = &kEvents[1];
 
     CHECK_BAD_HANDLE(orbperix_input_init(0), "orbperix_input_init");
     CHECK_BAD_HANDLE(orbperix_input_connect_device(0x123456789ull, &peer),
                      "orbperix_input_connect_device");
-    CHECK_BAD_HANDLE(orbperix_input_post_remote_ctrl_event(~0ull, &service, &event),
+    CHECK_BAD_HANDLE(orbperix_input_post_remote_ctrl_event(~0ull, &service, event),
                      "orbperix_input_post_remote_ctrl_event");
     CHECK_BAD_HANDLE(orbperix_source_open_audio(0, NULL, NULL), "orbperix_source_open_audio");
     CHECK_BAD_HANDLE(orbperix_sink_get_connection_status(0), "orbperix_sink_get_connection_status");
@@ -528,14 +471,14 @@ static void BadRecords(void) {
     CHECK_EQ(orbperix_source_init(source), 0);
     orbperix_device_info peer = Device("peer-N", 5);
     orbperix_service button = Service("peer-N", "svc-n", 6);
-    orbperix_remote_event event = BuildEvent(2);
+    const orbperix_remote_event* event = &kEvents[2];
 
     /* Null records reach the C++ operation as null pointers (the wrapper adds no line): the
      * operation's results and lines, which its own tests hold. */
     int mark = tracekit_test_line_count();
     CHECK_EQ(orbperix_input_register_listener(input, &peer, NULL, NULL), -4);
     CHECK_EQ(orbperix_input_connect_device(input, NULL), -2);
-    CHECK_EQ(orbperix_input_post_remote_ctrl_event(input, NULL, &event), -2);
+    CHECK_EQ(orbperix_input_post_remote_ctrl_event(input, NULL, event), -2);
     CHECK_EQ(orbperix_input_post_remote_ctrl_event(input, &button, NULL), -2);
     CHECK_EQ(CountLinesSince(mark, "PostRemoteCtrlEvent the parameter service or event is null."), 2);
     orbperix_service audio = Service("peer-N", "a", 0);
