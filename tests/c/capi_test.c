@@ -1,7 +1,7 @@
 /* The C interface driven from C (C11): whole sessions of the three provider kinds against the
  * simulated engine, listener delivery with user data, remote-control packets compared with the
- * same events posted through the C++ interface, and misuse (null and stale handles, null
- * records and data, lengths 0 and -1). Provider rules themselves (encoder limits, service
+ * same events posted through the C++ interface, and misuse (null, stale and other-kind handles,
+ * null records, unreadable texts). Provider rules themselves (refusals, encoder limits, service
  * types) are the C++ tests' business; this program checks what the C layer adds.
  *
  * The library loads the simulated engine from this program's folder, as it loads the real one.
@@ -82,70 +82,29 @@ static orbperix_service Service(const char* device, const char* service, uint32_
     return s;
 }
 
-/* The reference events of cpp_reference.cpp, built with the C names. */
-static orbperix_remote_event BuildEvent(int index) {
-    orbperix_remote_event e;
-    memset(&e, 0, sizeof(e));
-    switch (index) {
-        case 0:
-            e.type = ORBPERIX_REMOTE_TOUCH;
-            e.payload.touch.action = 0;
-            e.payload.touch.pointer_count = 2;
-            e.payload.touch.pointer_ids[0] = 1;
-            e.payload.touch.pointer_ids[1] = 2;
-            e.payload.touch.x[0] = 0.25;
-            e.payload.touch.y[0] = 0.5;
-            e.payload.touch.x[1] = 0.75;
-            e.payload.touch.y[1] = 0.125;
-            break;
-        case 1:
-            e.type = ORBPERIX_REMOTE_KEY;
-            e.payload.key.action = 1;
-            e.payload.key.key_value1 = 0x1234;
-            e.payload.key.key_value2 = 0x00AB;
-            e.payload.key.key_value3 = 0x01020304;
-            break;
-        case 2:
-            e.type = ORBPERIX_REMOTE_MOUSE;
-            e.header_flags = 0x08;
-            e.header_tag = 0x5A;
-            e.payload.mouse.action = 2;
-            e.payload.mouse.button = 1;
-            e.payload.mouse.coords[0] = 10.5;
-            e.payload.mouse.coords[1] = 20.25;
-            e.payload.mouse.coords[2] = 640;
-            e.payload.mouse.coords[3] = 480;
-            break;
-        case 3:
-            e.type = ORBPERIX_REMOTE_WHEEL;
-            e.payload.wheel.action = 1;
-            e.payload.wheel.buttons = 5;
-            e.payload.wheel.wheel_value = 120;
-            e.payload.wheel.x = 0.5;
-            e.payload.wheel.y = 0.25;
-            break;
-        case 4:
-            e.type = ORBPERIX_REMOTE_TEXT_INPUT;
-            e.payload.input.action = 0;
-            e.payload.input.u.content.content_length = 5;
-            memcpy(e.payload.input.u.content.content, "hello", 5);
-            break;
-        case 5:
-            e.type = ORBPERIX_REMOTE_MESSAGE;
-            e.payload.message.action = 0;
-            e.payload.message.message_length = 6;
-            e.payload.message.message_word = 0x0102;
-            memcpy(e.payload.message.message_data, "abcd", 4);
-            break;
-        default:
-            e.type = ORBPERIX_REMOTE_ZOOM;
-            e.payload.zoom.x = 0.5;
-            e.payload.zoom.y = 0.5;
-            e.payload.zoom.zoom_value = 0x0203;
-            break;
-    }
-    return e;
-}
+/* One event of each kind the encoder builds, with whole coordinates (the wire truncates them):
+ * the C layer copies most kinds only up to their payload member, text input whole;
+ * cpp_reference.cpp posts the same records through C++. */
+static const orbperix_remote_event kEvents[] = {
+    {.type = ORBPERIX_REMOTE_TOUCH,
+     .payload.touch = {.pointer_count = 2, .pointer_ids = {1, 2}, .x = {100.25, 300},
+                       .y = {200.5, 400}}},
+    {.type = ORBPERIX_REMOTE_KEY,
+     .payload.key = {.action = 1, .key_value1 = 0x1234, .key_value2 = 0x00AB,
+                     .key_value3 = 0x01020304}},
+    {.type = ORBPERIX_REMOTE_MOUSE, .header_flags = 0x08, .header_tag = 0x5A,
+     .payload.mouse = {.action = 2, .button = 1, .coords = {10.5, 20.25, 640, 480}}},
+    {.type = ORBPERIX_REMOTE_WHEEL,
+     .payload.wheel = {.action = 1, .buttons = 5, .wheel_value = 120, .x = 50, .y = 60}},
+    {.type = ORBPERIX_REMOTE_TEXT_INPUT,
+     .payload.input.u.content = {.content_length = 5, .content = "hello"}},
+    {.type = ORBPERIX_REMOTE_MESSAGE,
+     .payload.message = {.message_length = 6, .message_word = 0x0102, .message_data = "abcd"}},
+    {.type = ORBPERIX_REMOTE_SCROLL, .payload.scroll = {.action = 1, .scroll_value = 0x0304}},
+    {.type = ORBPERIX_REMOTE_VIRTUAL_KEY, .payload.virtual_key = {.action = 2, .x = 70, .y = 80}},
+    {.type = ORBPERIX_REMOTE_ZOOM, .payload.zoom = {.x = 90, .y = 110, .zoom_value = 0x0203}},
+};
+enum { kEventCount = (int)(sizeof(kEvents) / sizeof(kEvents[0])) };
 
 /* Where the packet's 4-byte big-endian timestamp sits: at the end, or just before the padding
  * byte when the decoder reports one. -1 when the bytes there do not hold the decoded value. */
@@ -252,24 +211,23 @@ static void OnButton(void* user_data, const orbperix_service* service,
     KeepBytes(r, info->data, info->data_len);
 }
 
-static void OnAudio(void* user_data, const orbperix_service* service,
-                    const orbperix_stream_data* data) {
-    Received* r = (Received*)user_data;
-    ++r->audio;
+static void KeepStream(Received* r, int* counter, const orbperix_service* service,
+                       const orbperix_stream_data* data) {
+    ++*counter;
     KeepService(r, service);
     r->words[0] = data->a;
     r->words[1] = data->b;
     KeepBytes(r, data->data, data->data_len);
 }
 
+static void OnAudio(void* user_data, const orbperix_service* service,
+                    const orbperix_stream_data* data) {
+    KeepStream((Received*)user_data, &((Received*)user_data)->audio, service, data);
+}
+
 static void OnRefresh(void* user_data, const orbperix_service* service,
                       const orbperix_stream_data* data) {
-    Received* r = (Received*)user_data;
-    ++r->refresh;
-    KeepService(r, service);
-    r->words[0] = data->a;
-    r->words[1] = data->b;
-    KeepBytes(r, data->data, data->data_len);
+    KeepStream((Received*)user_data, &((Received*)user_data)->refresh, service, data);
 }
 
 static const orbperix_listener kListener = {OnDeviceChange, OnServiceChange, OnData,
@@ -302,32 +260,27 @@ static void InputSession(void) {
     perix_sim_call call;
     CHECK_EQ(perix_sim_find_call(PERIX_SIM_MAIN, 6, 0, &call), 0); /* PERIXStartService */
     CHECK(strcmp(call.text, "peer-A") == 0);
-    CHECK_EQ(orbperix_input_connect_device(input, &peerA), -4); /* already connected */
 
     orbperix_service button = Service("peer-A", "svc-button", 6);
     CHECK_EQ(orbperix_input_start_device_service(input, &button, NULL), 0);
-    CHECK_EQ(perix_sim_find_call(PERIX_SIM_MAIN, 10, 0, &call), 0); /* PERIXAddVirtualService */
-    CHECK(strcmp(call.text, "svc-button") == 0);
     CHECK_EQ(orbperix_input_open_button(input, &button, NULL), 0);
-    CHECK_EQ(perix_sim_count_calls(PERIX_SIM_BUTTON, 1), 1); /* ButtonOpen */
 
     /* Remote-control events through C, with NUL-terminated texts and with explicit lengths over
        texts that go on past them, then the same events through C++: the same packets, written
        to the same identity. */
     perix_sim_peer_clear_packets();
-    int events = capi_ref_event_count();
+    const int events = kEventCount;
     orbperix_service counted = button;
     counted.device_id = "peer-A/not-this";
     counted.device_id_len = 6;
     counted.service_id = "svc-button/nor-this";
     counted.service_id_len = 10;
     for (int i = 0; i < events; ++i) {
-        orbperix_remote_event e = BuildEvent(i);
-        CHECK_EQ(orbperix_input_post_remote_ctrl_event(input, &button, &e), 0);
-        CHECK_EQ(orbperix_input_post_remote_ctrl_event(input, &counted, &e), 0);
+        CHECK_EQ(orbperix_input_post_remote_ctrl_event(input, &button, &kEvents[i]), 0);
+        CHECK_EQ(orbperix_input_post_remote_ctrl_event(input, &counted, &kEvents[i]), 0);
     }
     for (int i = 0; i < events; ++i) {
-        CHECK_EQ(capi_ref_post(i, "peer-A", "svc-button"), 0);
+        CHECK_EQ(capi_ref_post(&kEvents[i], "peer-A", "svc-button"), 0);
     }
     CHECK_EQ(perix_sim_peer_packet_count(), 3 * events);
     for (int i = 0; i < events; ++i) {
@@ -358,47 +311,38 @@ static void InputSession(void) {
     CHECK_EQ(perix_sim_count_calls(PERIX_SIM_MAIN, 16), 3); /* PERIXSendBinaryData */
     CHECK_EQ(orbperix_input_register_data_listener(input, "peer-A", -1, 3, NULL), 0);
     CHECK_EQ(orbperix_input_unregister_data_listener(input, "peer-A", -1, 3), 0);
-    CHECK_EQ(orbperix_input_register_data_listener(input, "nobody", -1, 3, NULL), -4);
     CHECK_EQ(orbperix_input_register_event_callback(input, "peer-A", -1, 4, NULL), 0);
     CHECK_EQ(perix_sim_count_calls(PERIX_SIM_MAIN, 7), 2); /* PERIXRegisterCallback */
     perix_sim_set_slot_result(PERIX_SIM_MAIN, 9, 77);
     CHECK_EQ(orbperix_input_send_by_handler(input, NULL, NULL, NULL), 77);
     perix_sim_set_slot_result(PERIX_SIM_MAIN, 9, 0);
 
-    /* Every input notification kind reaches the listener of its peer with its user data. */
+    /* Every input notification kind reaches the listener of its peer with its user data (one
+     * at a time: each overwrites what the record kept). */
     static const uint8_t extra[2] = {9, 8};
-    CHECK_EQ(perix_sim_peer_post_device_change(handleA, "peer-A", 7, 8), 0);
     CHECK_EQ(perix_sim_peer_post_device_change(handleB, "peer-B", 1, 2), 0);
+    perix_sim_peer_flush();
+    CHECK(b.device_changes == 1 && a.device_changes == 0);
+    CHECK(strcmp(b.last_device, "peer-B") == 0 && b.words[0] == 1 && b.words[1] == 2);
     CHECK_EQ(perix_sim_peer_post_service_change(handleA, "peer-A", "svc-x", 3, 4, 5), 0);
+    perix_sim_peer_flush();
+    CHECK(a.service_changes == 1 && strcmp(a.last_service, "svc-x") == 0);
+    CHECK(a.words[0] == 3 && a.words[1] == 4 && a.words[2] == 5);
     CHECK_EQ(perix_sim_peer_post_data(handleA, 11, 12, payload, 3), 0);
+    perix_sim_peer_flush();
+    CHECK(a.data == 1 && strcmp(a.last_device, "peer-A") == 0);
+    CHECK(a.words[0] == 11 && a.words[1] == 12 && a.length == 3 && memcmp(a.bytes, payload, 3) == 0);
     CHECK_EQ(perix_sim_peer_post_button("peer-A", "svc-button", 2, 3, extra, 2), 0);
     perix_sim_peer_flush();
-    CHECK_EQ(a.device_changes, 1);
-    CHECK_EQ(b.device_changes, 1);
-    CHECK(strcmp(b.last_device, "peer-B") == 0 && b.words[0] == 1 && b.words[1] == 2);
-    CHECK_EQ(a.service_changes, 1);
-    CHECK_EQ(a.data, 1);
-    CHECK_EQ(a.buttons, 1);
-    CHECK(strcmp(a.last_device, "peer-A") == 0 && strcmp(a.last_service, "svc-button") == 0);
-    CHECK(a.service_type == 6 && a.words[0] == 2 && a.words[1] == 3);
-    CHECK(a.length == 2 && a.bytes[0] == 9 && a.bytes[1] == 8);
-    /* Content of the service change and the data, delivered one at a time. */
-    memset(&a, 0, sizeof(a));
-    perix_sim_peer_post_service_change(handleA, "peer-A", "svc-x", 3, 4, 5);
-    perix_sim_peer_flush();
-    CHECK(strcmp(a.last_service, "svc-x") == 0 && a.words[0] == 3 && a.words[1] == 4 &&
-          a.words[2] == 5);
-    perix_sim_peer_post_data(handleA, 11, 12, payload, 3);
-    perix_sim_peer_flush();
-    CHECK(strcmp(a.last_device, "peer-A") == 0 && a.words[0] == 11 && a.words[1] == 12);
-    CHECK(a.length == 3 && memcmp(a.bytes, payload, 3) == 0);
+    CHECK(a.buttons == 1 && strcmp(a.last_service, "svc-button") == 0 && a.service_type == 6);
+    CHECK(a.words[0] == 2 && a.words[1] == 3 && a.length == 2 && memcmp(a.bytes, extra, 2) == 0);
+    CHECK_EQ(a.device_changes + b.device_changes, 1);
 
     /* Teardown. */
     CHECK_EQ(orbperix_input_unregister_listener(input, &peerA), 0);
     CHECK_EQ(orbperix_input_close_button(input, &button, NULL, NULL), 0);
     CHECK_EQ(orbperix_input_stop_device_service(input, &button), 0);
     CHECK_EQ(orbperix_input_disconnect_device(input, &peerA), 0);
-    CHECK_EQ(orbperix_input_disconnect_device(input, &peerA), -4);
     CHECK_EQ(orbperix_input_deinit(input), 0);
     CHECK_EQ(orbperix_destroy_input_provider(input), 1);
     capi_ref_close();
@@ -419,9 +363,6 @@ static void SourceSession(void) {
     orbperix_audio_param param = {1, 2, 3, 4, 5, 6, 7};
     CHECK_EQ(orbperix_source_start_device_service(source, &audio, NULL), 0);
     CHECK_EQ(orbperix_source_open_audio(source, &audio, &param), 0);
-    perix_sim_call call;
-    CHECK_EQ(perix_sim_find_call(PERIX_SIM_AUDIO, 2, 0, &call), 0); /* AudioOpen */
-    CHECK(strcmp(call.text, "peer-S") == 0);
     uint8_t pcm[16];
     for (int i = 0; i < 16; ++i) {
         pcm[i] = (uint8_t)(i * 7);
@@ -429,8 +370,7 @@ static void SourceSession(void) {
     CHECK_EQ(orbperix_source_audio_write_stream_buffer(source, &audio, pcm, sizeof(pcm)), 0);
     perix_sim_stream_stats stats;
     CHECK_EQ(perix_sim_stream_stats_of(PERIX_SIM_STREAM_AUDIO, &stats), 0);
-    CHECK(stats.buffers == 1 && stats.bytes == 16);
-    CHECK(stats.checksum == perix_sim_fnv1a(PERIX_SIM_FNV1A_BASIS, pcm, sizeof(pcm)));
+    CHECK(stats.bytes == 16 && stats.checksum == perix_sim_fnv1a(PERIX_SIM_FNV1A_BASIS, pcm, 16));
     perix_sim_set_slot_result(PERIX_SIM_AUDIO, 6, 31);
     CHECK_EQ(orbperix_source_audio_pass_through(source, NULL, NULL), 31);
     perix_sim_set_slot_result(PERIX_SIM_AUDIO, 6, 0);
@@ -440,12 +380,6 @@ static void SourceSession(void) {
     CHECK_EQ(orbperix_source_partial_refresh_write_stream_buffer(source, &refresh, pcm, 8), 0);
     CHECK_EQ(perix_sim_stream_stats_of(PERIX_SIM_STREAM_REFRESH, &stats), 0);
     CHECK(stats.buffers == 1 && stats.bytes == 8);
-    /* Length 0 is refused by the library; -1 goes to the engine, which does not read it. */
-    CHECK_EQ(orbperix_source_partial_refresh_write_stream_buffer(source, &refresh, pcm, 0), -2);
-    CHECK_EQ(orbperix_source_partial_refresh_write_stream_buffer(source, &refresh, pcm, -1), 0);
-    CHECK_EQ(perix_sim_stream_stats_of(PERIX_SIM_STREAM_REFRESH, &stats), 0);
-    CHECK(stats.unreadable == 1);
-    CHECK_EQ(orbperix_source_partial_refresh_write_stream_buffer(source, &refresh, NULL, 8), -2);
 
     /* Audio and refresh deliveries, and the general notifications, reach the source listener. */
     static const uint8_t back[4] = {4, 3, 2, 1};
@@ -453,7 +387,7 @@ static void SourceSession(void) {
     perix_sim_deliveries_flush();
     CHECK_EQ(r.audio, 1);
     CHECK(strcmp(r.last_device, "peer-S") == 0 && strcmp(r.last_service, "svc-audio") == 0);
-    CHECK(r.service_type == 9 && r.words[0] == 21 && r.words[1] == 22); /* engine 3 -> host 9 */
+    CHECK(r.words[0] == 21 && r.words[1] == 22);
     CHECK(r.length == 4 && memcmp(r.bytes, back, 4) == 0);
     CHECK_EQ(perix_sim_deliver_refresh("peer-S", "svc-refresh", 31, 32, back, 3), 0);
     perix_sim_deliveries_flush();
@@ -469,10 +403,6 @@ static void SourceSession(void) {
     CHECK_EQ(orbperix_source_close_audio(source, &audio), 0);
     CHECK_EQ(orbperix_source_stop_device_service(source, &audio), 0);
     CHECK_EQ(orbperix_source_disconnect_device(source, &peer), 0);
-    /* After the disconnect a late delivery reaches nobody. */
-    perix_sim_deliver_audio("peer-S", "svc-audio", 3, 1, 1, back, 4);
-    perix_sim_deliveries_flush();
-    CHECK_EQ(r.audio, 1);
     CHECK_EQ(orbperix_source_deinit(source), 0);
     CHECK_EQ(orbperix_destroy_source_provider(source), 1);
 }
@@ -484,10 +414,6 @@ static void SinkSession(void) {
     orbperix_device_info peer = Device("peer-K", 9);
     CHECK_EQ(orbperix_sink_connect_device(sink, &peer), 0);
     CHECK_EQ(orbperix_sink_create_mesh_provider(sink, &peer), 0);
-    perix_sim_set_trace_id(0xabc);
-    int mark = tracekit_test_line_count();
-    CHECK_EQ(orbperix_sink_get_connection_status(sink), 0);
-    CHECK_EQ(CountLinesSince(mark, "traceId: abc"), 1);
     perix_sim_set_slot_result(PERIX_SIM_MAIN, 8, 3);
     CHECK_EQ(orbperix_sink_get_connection_status(sink), 3);
     perix_sim_set_slot_result(PERIX_SIM_MAIN, 8, 0);
@@ -495,14 +421,12 @@ static void SinkSession(void) {
     CHECK_EQ(orbperix_sink_send_by_handler(sink, NULL, NULL, NULL), 0);
     CHECK_EQ(orbperix_sink_disconnect_device(sink, &peer, NULL), 0);
     /* A null record is refused before the engine sees it: -2 and one line. */
-    mark = tracekit_test_line_count();
+    int mark = tracekit_test_line_count();
     int starts = perix_sim_count_calls(PERIX_SIM_MAIN, 6); /* PERIXStartService */
     CHECK_EQ(orbperix_sink_connect_device(sink, NULL), ORBPERIX_C_INVALID_ARGUMENT);
     CHECK_EQ(tracekit_test_line_count() - mark, 1);
     CHECK_EQ(CountLinesSince(mark, "(orbperix_c::orbperix_sink_connect_device)"), 1);
     CHECK_EQ(perix_sim_count_calls(PERIX_SIM_MAIN, 6), starts);
-    orbperix_device_info portZero = Device("peer-K", 0);
-    CHECK_EQ(orbperix_sink_connect_device(sink, &portZero), -5);
     CHECK_EQ(orbperix_sink_deinit(sink), 0);
     CHECK_EQ(orbperix_destroy_sink_provider(sink), 1);
 }
@@ -521,36 +445,37 @@ static void SinkSession(void) {
 static void BadHandles(void) {
     orbperix_device_info peer = Device("peer-X", 5);
     orbperix_service service = Service("peer-X", "svc", 6);
-    orbperix_remote_event event = BuildEvent(1);
+    const orbperix_remote_event* event = &kEvents[1];
 
     CHECK_BAD_HANDLE(orbperix_input_init(0), "orbperix_input_init");
     CHECK_BAD_HANDLE(orbperix_input_connect_device(0x123456789ull, &peer),
                      "orbperix_input_connect_device");
-    CHECK_BAD_HANDLE(orbperix_input_post_remote_ctrl_event(~0ull, &service, &event),
+    CHECK_BAD_HANDLE(orbperix_input_post_remote_ctrl_event(~0ull, &service, event),
                      "orbperix_input_post_remote_ctrl_event");
     CHECK_BAD_HANDLE(orbperix_source_open_audio(0, NULL, NULL), "orbperix_source_open_audio");
     CHECK_BAD_HANDLE(orbperix_sink_get_connection_status(0), "orbperix_sink_get_connection_status");
     CHECK_BAD_HANDLE(orbperix_destroy_input_provider(0), "orbperix_destroy_input_provider");
     CHECK_BAD_HANDLE(orbperix_destroy_cast_session(42), "orbperix_destroy_cast_session");
 
-    /* Stale: destroyed handles stay dead, also after their slot is reused. */
+    /* Stale: destroyed handles stay dead, also while another of their kind lives. */
     orbperix_input_handle input = orbperix_create_input_provider();
     CHECK(input != 0);
     CHECK_EQ(orbperix_destroy_input_provider(input), 1);
     CHECK_BAD_HANDLE(orbperix_destroy_input_provider(input), "orbperix_destroy_input_provider");
     CHECK_BAD_HANDLE(orbperix_input_deinit(input), "orbperix_input_deinit");
-    orbperix_sink_handle sink = orbperix_create_sink_provider();
-    CHECK(sink != 0 && sink != input);
+    orbperix_input_handle again = orbperix_create_input_provider(); /* a live one of its kind */
+    CHECK(again != 0 && again != input);
     CHECK_BAD_HANDLE(orbperix_input_init(input), "orbperix_input_init");
     /* A handle of another kind. */
+    orbperix_sink_handle sink = orbperix_create_sink_provider();
     CHECK_BAD_HANDLE(orbperix_input_init(sink), "orbperix_input_init");
     CHECK_BAD_HANDLE(orbperix_source_init(sink), "orbperix_source_init");
+    CHECK_EQ(orbperix_destroy_input_provider(again), 1);
     CHECK_EQ(orbperix_destroy_sink_provider(sink), 1);
     CHECK_BAD_HANDLE(orbperix_sink_init(sink), "orbperix_sink_init");
 }
 
 static void BadRecords(void) {
-    static const uint8_t bytes[4] = {1, 2, 3, 4};
     orbperix_input_handle input = orbperix_create_input_provider();
     orbperix_source_handle source = orbperix_create_source_provider();
     CHECK(input != 0 && source != 0);
@@ -558,30 +483,22 @@ static void BadRecords(void) {
     CHECK_EQ(orbperix_source_init(source), 0);
     orbperix_device_info peer = Device("peer-N", 5);
     orbperix_service button = Service("peer-N", "svc-n", 6);
-    orbperix_remote_event event = BuildEvent(2);
-    int mark;
+    const orbperix_remote_event* event = &kEvents[2];
 
-    /* Null records reach the C++ operation as null pointers: its results, its lines. */
+    /* Null records reach the C++ operation as null pointers (the wrapper adds no line): the
+     * operation's results and lines, which its own tests hold. */
+    int mark = tracekit_test_line_count();
     CHECK_EQ(orbperix_input_register_listener(input, &peer, NULL, NULL), -4);
-    CHECK_EQ(orbperix_input_register_listener(input, NULL, &kListener, NULL), -13);
     CHECK_EQ(orbperix_input_connect_device(input, NULL), -2);
-    CHECK_EQ(orbperix_input_disconnect_device(input, NULL), -2);
-    mark = tracekit_test_line_count();
-    CHECK_EQ(orbperix_input_post_remote_ctrl_event(input, NULL, &event), -2);
+    CHECK_EQ(orbperix_input_post_remote_ctrl_event(input, NULL, event), -2);
     CHECK_EQ(orbperix_input_post_remote_ctrl_event(input, &button, NULL), -2);
     CHECK_EQ(CountLinesSince(mark, "PostRemoteCtrlEvent the parameter service or event is null."), 2);
-    CHECK_EQ(CountLinesSince(mark, "orbperix_c::"), 0);
-    CHECK_EQ(orbperix_input_post_remote_ctrl_event(input, &button, &event), -4); /* no session */
-    CHECK_EQ(orbperix_input_open_button(input, NULL, NULL), -2);
-    CHECK_EQ(orbperix_input_start_device_service(input, NULL, NULL), -2);
-    CHECK_EQ(orbperix_source_open_audio(source, NULL, NULL), -2);
     orbperix_service audio = Service("peer-N", "a", 0);
     CHECK_EQ(orbperix_source_open_audio(source, &audio, NULL), -2);
-    mark = tracekit_test_line_count();
     CHECK_EQ(orbperix_input_send_data(input, "peer-N", -1, NULL), 0);
     CHECK_EQ(CountLinesSince(mark, "SendBinaryData param invalid"), 1);
-    CHECK_EQ(orbperix_input_register_data_listener(input, NULL, 0, 1, NULL), -2);
     CHECK_EQ(orbperix_source_unregister_data_listener(source, NULL, -1, 1), -2);
+    CHECK_EQ(CountLinesSince(mark, "orbperix_c::"), 0);
 
     /* Texts the wrapper cannot read: its own -2 and one line. */
     mark = tracekit_test_line_count();
@@ -590,24 +507,14 @@ static void BadRecords(void) {
     orbperix_service broken = Service(NULL, "svc", 6);
     broken.device_id_len = 4;
     CHECK_EQ(orbperix_input_open_button(input, &broken, NULL), -2);
-    CHECK_EQ(orbperix_input_post_remote_ctrl_event(input, &broken, &event), -2);
+    CHECK_EQ(orbperix_input_post_remote_ctrl_event(input, &broken, event), -2);
     CHECK_EQ(orbperix_input_post_remote_ctrl_event(input, &broken, NULL), -2);
     broken = Service("peer-N", "svc", 6);
     broken.service_id_len = -2;
-    CHECK_EQ(orbperix_input_post_remote_ctrl_event(input, &broken, &event), -2);
+    CHECK_EQ(orbperix_input_post_remote_ctrl_event(input, &broken, event), -2);
     CHECK_EQ(CountLinesSince(mark, "(orbperix_c::"), 6);
     CHECK_EQ(CountLinesSince(mark, "invalid text argument"), 6);
     CHECK_EQ(orbperix_initialize(NULL, NULL), ORBPERIX_C_INVALID_ARGUMENT);
-
-    /* Lengths 0 and -1 on the data paths. */
-    orbperix_binary empty = {0, 0, bytes, 0};
-    mark = tracekit_test_line_count();
-    CHECK_EQ(orbperix_input_send_binary_data(input, "peer-N", -1, &empty), 0);
-    CHECK_EQ(CountLinesSince(mark, "serviceHandler is null"), 1); /* no session yet */
-    orbperix_service text0 = Service("", "", 6);
-    text0.device_id_len = 0;
-    text0.service_id_len = 0;
-    CHECK_EQ(orbperix_input_start_device_service(input, &text0, NULL), -2); /* empty device id */
 
     /* The cast bridge's records. */
     CHECK_EQ(orbperix_set_cast_engine_local_device(NULL), ORBPERIX_C_INVALID_ARGUMENT);
@@ -690,7 +597,6 @@ int main(void) {
     CHECK_EQ(orbperix_is_initialized(), 0);
     CHECK_EQ(orbperix_initialize(NULL, "capi-test"), 0);
     CHECK_EQ(orbperix_is_initialized(), 1);
-    CHECK_EQ(orbperix_initialize(NULL, "again"), -4);
     perix_sim_call call;
     CHECK_EQ(perix_sim_find_call(PERIX_SIM_MAIN, 0, 0, &call), 0); /* PERIXInitial */
     CHECK(strcmp(call.text, "capi-test") == 0);

@@ -1,5 +1,5 @@
-// Reference events for the C test, built with the C++ record's own field names; the C test
-// builds the same events with the C names (capi_test.c, BuildEvent). Keep both lists in step.
+// The C test's C++ reference: a C++ input provider that posts the C test's events whole through
+// IInputProvider, and a recording cast session behind the casting stand-in.
 #include "cpp_reference.h"
 
 #include <cstring>
@@ -15,86 +15,22 @@ std::shared_ptr<OrbPerix::IInputProvider>& Provider() {
     return provider;
 }
 
-RemoteCtrlEvent Build(int index) {
-    RemoteCtrlEvent e;
-    std::memset(&e, 0, sizeof(e));
-    switch (index) {
-        case 0:  // touch, two pointers
-            e.type = 0;
-            e.payload.touch.action = 0;
-            e.payload.touch.pointerCount = 2;
-            e.payload.touch.pointerIds[0] = 1;
-            e.payload.touch.pointerIds[1] = 2;
-            e.payload.touch.x[0] = 0.25;
-            e.payload.touch.y[0] = 0.5;
-            e.payload.touch.x[1] = 0.75;
-            e.payload.touch.y[1] = 0.125;
-            break;
-        case 1:  // key up
-            e.type = 1;
-            e.payload.key.action = 1;
-            e.payload.key.keyValue1 = 0x1234;
-            e.payload.key.keyValue2 = 0x00AB;
-            e.payload.key.keyValue3 = 0x01020304;
-            break;
-        case 2:  // mouse move
-            e.type = 6;
-            e.headerFlags = 0x08;
-            e.headerTag = 0x5A;
-            e.payload.mouse.action = 2;
-            e.payload.mouse.button = 1;
-            e.payload.mouse.coords[0] = 10.5;
-            e.payload.mouse.coords[1] = 20.25;
-            e.payload.mouse.coords[2] = 640;
-            e.payload.mouse.coords[3] = 480;
-            break;
-        case 3:  // horizontal wheel
-            e.type = 8;
-            e.payload.wheel.action = 1;
-            e.payload.wheel.buttons = 5;
-            e.payload.wheel.wheelValue = 120;
-            e.payload.wheel.x = 0.5;
-            e.payload.wheel.y = 0.25;
-            break;
-        case 4:  // text input content
-            e.type = 7;
-            e.payload.input.action = 0;
-            e.payload.input.content.contentLength = 5;
-            std::memcpy(e.payload.input.content.content, "hello", 5);
-            break;
-        case 5:  // message extend
-            e.type = 10;
-            e.payload.message.action = 0;
-            e.payload.message.messageLength = 6;
-            e.payload.message.messageWord = 0x0102;
-            std::memcpy(e.payload.message.messageData, "abcd", 4);
-            break;
-        default:  // zoom
-            e.type = 2;
-            e.payload.zoom.x = 0.5;
-            e.payload.zoom.y = 0.5;
-            e.payload.zoom.zoomValue = 0x0203;
-            break;
-    }
-    return e;
-}
-
 }  // namespace
-
-extern "C" int capi_ref_event_count(void) { return 7; }
 
 extern "C" int capi_ref_open(void) {
     Provider() = OrbPerix::PERIXProviderManager::GetInstance().CreateInputProvider();
     return Provider() ? 0 : -1;
 }
 
-extern "C" int capi_ref_post(int index, const char* device_id, const char* service_id) {
-    if (!Provider()) {
+extern "C" int capi_ref_post(const orbperix_remote_event* event, const char* device_id,
+                             const char* service_id) {
+    if (!Provider() || event == nullptr) {
         return -1;
     }
     ServiceInfo service{device_id, service_id, 6};
-    RemoteCtrlEvent event = Build(index);
-    return Provider()->PostRemoteCtrlEvent(&service, &event);
+    RemoteCtrlEvent copy;  // the whole record: the records agree field by field (capi_layout.cpp)
+    std::memcpy(&copy, event, sizeof(copy));
+    return Provider()->PostRemoteCtrlEvent(&service, &copy);
 }
 
 extern "C" void capi_ref_close(void) {

@@ -4,18 +4,18 @@
 #ifndef ORBPERIX_TESTS_C_CPP_REFERENCE_H_
 #define ORBPERIX_TESTS_C_CPP_REFERENCE_H_
 
+#include "orbperix/orbperix_c.h"
+
 #ifdef __cplusplus
 extern "C" {
 #endif
 
-/* Number of reference events (cases 0 .. count-1). */
-int capi_ref_event_count(void);
 /* Creates the C++ input provider used for posting (the manager must be initialised). 0 on
  * success. */
 int capi_ref_open(void);
-/* Posts reference event `index`, built field by field with the C++ names, through
- * IInputProvider::PostRemoteCtrlEvent to (device_id, service_id); the C++ result. */
-int capi_ref_post(int index, const char* device_id, const char* service_id);
+/* Posts a whole copy of `event` through IInputProvider::PostRemoteCtrlEvent to (device_id,
+ * service_id); the C++ result (-1 without a provider or event). */
+int capi_ref_post(const orbperix_remote_event* event, const char* device_id, const char* service_id);
 /* Destroys the C++ provider. */
 void capi_ref_close(void);
 

@@ -36,8 +36,13 @@ TEST(HandleTable, StaleOtherKindAndZeroHandlesFindNothing) {
     EXPECT_EQ(1, destroyed.load());
     EXPECT_FALSE(table->Acquire(handle, HandleKind::kInput));
     EXPECT_TRUE(table->Remove(handle, HandleKind::kInput) == nullptr);
-    // The slot's next occupant has another number; the old one stays dead.
+    // Slots are taken in turn: once every other slot had an occupant, the next one in this slot
+    // has another number, and the old one stays dead.
+    for (uint32_t i = 1; i < HandleTable::kSlots; ++i) {
+        table->Remove(table->Add(HandleKind::kInput, Object(&destroyed)), HandleKind::kInput);
+    }
     const uint64_t next = table->Add(HandleKind::kInput, Object(&destroyed));
+    EXPECT_EQ(handle & 0xFFFFFFFFu, next & 0xFFFFFFFFu) << "the same slot";
     EXPECT_NE(handle, next);
     EXPECT_FALSE(table->Acquire(handle, HandleKind::kInput));
     EXPECT_TRUE(table->Acquire(next, HandleKind::kInput));

@@ -90,22 +90,6 @@ TEST_F(Forwarding, DataReachesTheListenerAsAPrivateCopyWithThePeerId) {
     EXPECT_EQ(0u, seen().data[1].len);
 }
 
-TEST_F(Forwarding, NotificationsFromTheEngineThreadArriveInOrder) {
-    Connect("peer-a");
-    void* handle = perix_sim_last_handle();
-    const uint8_t bytes[] = {9, 8, 7};
-    ASSERT_EQ(0, perix_sim_peer_post_device_change(handle, "peer-a", 1, 2));
-    ASSERT_EQ(0, perix_sim_peer_post_service_change(handle, "peer-a", "svc", 3, 4, 5));
-    ASSERT_EQ(0, perix_sim_peer_post_data(handle, 6, 7, bytes, sizeof(bytes)));
-    perix_sim_peer_flush();
-    EXPECT_EQ(3, perix_sim_peer_delivered_to_callback());
-    std::lock_guard<std::mutex> lock(seen().mutex);
-    ASSERT_EQ(1u, seen().devices.size());
-    ASSERT_EQ(1u, seen().services.size());
-    ASSERT_EQ(1u, seen().data.size());
-    EXPECT_EQ((std::vector<uint8_t>{9, 8, 7}), seen().data[0].bytes);
-}
-
 TEST_F(Forwarding, NullNotificationsAndUnknownHandlesLogTheirOwnLines) {
     Connect("peer-a");
     void* handle = perix_sim_last_handle();

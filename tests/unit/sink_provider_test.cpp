@@ -159,7 +159,6 @@ TEST_F(SinkProviderTest, ConnectionStatusLogsTheTraceIdOnlyWhenNonZero) {
         {0x0A, {{4, Scoped("traceId: 0a", kOp)}, {3, Scoped("Get connection status ret: 0", kOp)}}},
         {0x1ABC,
          {{4, Scoped("traceId: 1abc", kOp)}, {3, Scoped("Get connection status ret: 0", kOp)}}},
-        {0xF, {{4, Scoped("traceId: 0f", kOp)}, {3, Scoped("Get connection status ret: 0", kOp)}}},
         {0xABCDEF0123456789ull,
          {{4, Scoped("traceId: abcdef0123456789", kOp)},
           {3, Scoped("Get connection status ret: 0", kOp)}}},
