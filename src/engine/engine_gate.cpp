@@ -1,5 +1,6 @@
 #include "engine/engine_gate.h"
 
+#include <algorithm>
 #include <atomic>
 #include <new>
 
@@ -21,6 +22,9 @@ constexpr uint32_t kNoShard = 0xFFFFFFFFu;
 // than shards call the engine at once.
 struct alignas(64) Shard {
     std::atomic<uint32_t> inFlight{0};
+    // Own slots only, written by the owning thread alone: odd while that thread runs an
+    // engine callback (CallbackScope adds one as its outermost callback starts and ends).
+    std::atomic<uint32_t> callbackTurn{0};
 };
 
 // Constant-initialised and trivially destructible: valid from load to unload of the library.
@@ -43,7 +47,7 @@ bool g_lightPathDecided = false;
 
 // Trivially destructible, so no thread-exit work is registered for it.
 struct ThreadState {
-    Shard* own;      // this thread's own slot (light path), or null
+    Shard* own;      // this thread's own slot (gate: light path only; callbacks: always)
     bool ownTried;   // a slot was asked for already
     uint32_t shard;
     uint32_t depth;      // calls of this thread inside the engine (nested through callbacks)
@@ -189,7 +193,8 @@ bool Enter(const EngineLoad& load) noexcept {
 void Leave() noexcept {
     ThreadState& self = t_state;
     --self.depth;
-    if (self.own != nullptr) {
+    // As Enter chose: g_lightPath is decided before any load is live and never changes after.
+    if (g_lightPath && self.own != nullptr) {
         self.own->inFlight.store(self.own->inFlight.load(std::memory_order_relaxed) - 1,
                                  std::memory_order_release);
     } else {
@@ -219,16 +224,35 @@ bool CloseAndDrain(uint32_t timeoutMs) noexcept {
     });
 }
 
-// Callbacks under way, counted in two epochs: a callback counts itself in the current epoch
-// when it starts; WaitForCallbacks moves the epoch on and waits for the old one's count to
-// reach zero, so that callbacks starting meanwhile never hold it up. Waiters take turns.
+// Callbacks under way. A thread with an own slot announces its callback there with plain
+// stores (no locked instruction, no line shared with other threads); WaitForCallbacks makes
+// the announcements visible (heavy barrier, or a fence on each side where there is none), notes
+// which slots are in a callback and waits for each of those to move on, so that callbacks
+// starting meanwhile never hold it up.
+//
+// Threads beyond the own slots count themselves in two epochs: a callback counts itself in the
+// current epoch when it starts; WaitForCallbacks moves the epoch on and waits for the old
+// one's count to reach zero. Waiters take turns on that part.
 std::atomic<uint32_t> g_callbackEpoch{0};
 Shard g_callbacksInEpoch[2];
 thread_local uint32_t t_callbackEpoch = 0;
 
 CallbackScope::CallbackScope() noexcept {
-    if (t_state.callbacks++ != 0) {
+    ThreadState& self = t_state;
+    if (self.callbacks++ != 0) {
         return;  // nested callbacks of one thread count once
+    }
+    if (Shard* own = OwnSlot(self)) {
+        own->callbackTurn.store(own->callbackTurn.load(std::memory_order_relaxed) + 1,
+                                std::memory_order_relaxed);
+        // The announcement must be seen by a waiter before this callback looks its listener
+        // up: the waiter's heavy barrier orders it where there is one, else this fence does.
+        if (g_lightPath) {
+            std::atomic_signal_fence(std::memory_order_seq_cst);
+        } else {
+            std::atomic_thread_fence(std::memory_order_seq_cst);
+        }
+        return;
     }
     for (;;) {
         const uint32_t epoch = g_callbackEpoch.load(std::memory_order_seq_cst);
@@ -243,19 +267,50 @@ CallbackScope::CallbackScope() noexcept {
 }
 
 CallbackScope::~CallbackScope() {
-    if (--t_state.callbacks == 0) {
+    ThreadState& self = t_state;
+    if (--self.callbacks != 0) {
+        return;
+    }
+    if (self.own != nullptr) {
+        // Release: what the listener did happens before a waiter that sees the turn move on.
+        self.own->callbackTurn.store(self.own->callbackTurn.load(std::memory_order_relaxed) + 1,
+                                     std::memory_order_release);
+    } else {
         g_callbacksInEpoch[t_callbackEpoch & 1].inFlight.fetch_sub(1, std::memory_order_release);
     }
 }
 
 bool WaitForCallbacks(uint32_t timeoutMs) noexcept {
+    // Every callback either announced itself visibly before this point, or looks its listener
+    // up after it (and finds what the caller forgot before calling).
+    if (g_lightPath) {
+        platform::HeavyBarrier();
+    }
+    std::atomic_thread_fence(std::memory_order_seq_cst);
+    const uint32_t claimed =
+        std::min(g_ownSlotsClaimed.load(std::memory_order_acquire), kOwnSlots);
+    // The turn of each slot that is in a callback now (0: not waited for). The calling
+    // thread's own callback is not waited for.
+    uint32_t busy[kOwnSlots];
+    for (uint32_t i = 0; i < claimed; ++i) {
+        const uint32_t turn = g_ownSlots[i].callbackTurn.load(std::memory_order_acquire);
+        busy[i] = (turn & 1) != 0 && &g_ownSlots[i] != t_state.own ? turn : 0;
+    }
     static std::mutex waiters;
     std::lock_guard<std::mutex> turn(waiters);
     const uint32_t epoch = g_callbackEpoch.fetch_add(1, std::memory_order_seq_cst);
     // The calling thread's own callback, when it runs one that counted in the old epoch.
-    const uint32_t own =
-        (t_state.callbacks != 0 && (t_callbackEpoch & 1) == (epoch & 1)) ? 1 : 0;
-    return WaitUntil(timeoutMs, [epoch, own] {
+    const uint32_t own = (t_state.callbacks != 0 && t_state.own == nullptr &&
+                          (t_callbackEpoch & 1) == (epoch & 1))
+                             ? 1
+                             : 0;
+    return WaitUntil(timeoutMs, [&busy, claimed, epoch, own] {
+        for (uint32_t i = 0; i < claimed; ++i) {
+            if (busy[i] != 0 &&
+                g_ownSlots[i].callbackTurn.load(std::memory_order_acquire) == busy[i]) {
+                return false;
+            }
+        }
         return g_callbacksInEpoch[epoch & 1].inFlight.load(std::memory_order_acquire) <= own;
     });
 }

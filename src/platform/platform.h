@@ -63,15 +63,17 @@ int64_t PerformanceFrequency();
 // A cheap reading of the same clock as PerformanceCounter, in the same ticks, that runs behind
 // it: Linux reads the monotonic clock as of the kernel's last timekeeping update (no counter
 // read; about one scheduler tick behind, a few ticks when the kernel skipped ticks on an idle
-// processor); Windows offers no coarse reading on the performance counter's time base, so it
-// returns the counter itself. For stamps kept in whole milliseconds that nothing compares
-// more finely than tens of milliseconds.
+// processor), calling the kernel's vDSO reader directly; Windows offers no coarse reading on
+// the performance counter's time base, so it returns the counter itself. For stamps kept in
+// whole milliseconds that nothing compares more finely than tens of milliseconds. On Linux the
+// reading changes only once per kernel tick, so a caller that keeps a value derived from it
+// can skip the derivation while the reading stands still.
 int64_t CoarseCounter() noexcept;
 
-// Whole milliseconds from `start` (a PerformanceCounter value) to a CoarseCounter reading
-// taken now; 0 when that reading still lies before `start` or the frequency is not positive.
-inline int64_t CoarseMillisecondsSince(int64_t start, int64_t frequency) noexcept {
-    const int64_t elapsed = CoarseCounter() - start;
+// Whole milliseconds in `elapsed` ticks at `frequency` ticks per second, truncated; 0 when
+// `elapsed` is not positive (a reading that still lies before its start) or the frequency is
+// not.
+inline int64_t WholeMilliseconds(int64_t elapsed, int64_t frequency) noexcept {
     return frequency > 0 && elapsed > 0 ? elapsed * 1000 / frequency : 0;
 }
 

@@ -82,6 +82,22 @@ int SourceProvider::ClosePartialRefresh(ServiceInfo* service) {
                        "ClosePartialRefresh failed with ret=");
 }
 
+// A millisecond stamp: the coarse clock serves it (no precise counter read per write), and
+// while its reading stands still (a kernel tick) the stamp cannot change, so the division and
+// the stores are skipped. The time base is read on every write: a provider constructed since
+// restarts it, and the comparison is of ticks since the base, so a restart is seen at once.
+void SourceProvider::StampWriteTime() noexcept {
+    const int64_t ticks =
+        platform::CoarseCounter() - state_.clockStart.load(std::memory_order_relaxed);
+    if (ticks == lastWriteTicks_.load(std::memory_order_relaxed)) {
+        return;
+    }
+    lastWriteTicks_.store(ticks, std::memory_order_relaxed);
+    const int64_t ms = platform::WholeMilliseconds(
+        ticks, state_.clockFrequency.load(std::memory_order_relaxed));
+    lastWriteTimeMs_.store(static_cast<uint32_t>(ms), std::memory_order_relaxed);
+}
+
 int SourceProvider::PartialRefreshWriteStreamBuffer(ServiceInfo* service, uint8_t* data,
                                                     int32_t length) {
     static const char* const kScope = "OrbPerix::SourceProvider::PartialRefreshWriteStreamBuffer";
@@ -90,14 +106,7 @@ int SourceProvider::PartialRefreshWriteStreamBuffer(ServiceInfo* service, uint8_
         log::Trace(LOG_MESSAGE_ERROR, kScope, "PartialRefreshWriteStreamBuffer failed: invalid parameter");
         return kInvalidArgument;
     }
-    // A millisecond stamp: the coarse clock serves it (no precise counter read per write).
-    const SourceClassState& state = SourceState();
-    const int64_t ms = platform::CoarseMillisecondsSince(
-        state.clockStart.load(std::memory_order_relaxed),
-        state.clockFrequency.load(std::memory_order_relaxed));
-    if (lastWriteTimeMs_.load(std::memory_order_relaxed) != static_cast<uint32_t>(ms)) {
-        lastWriteTimeMs_.store(static_cast<uint32_t>(ms), std::memory_order_relaxed);
-    }
+    StampWriteTime();
 
     const PerixServiceId id = RefreshServiceId(*service);
     const PerixDataBuffer buffer{data, static_cast<uint32_t>(length)};
