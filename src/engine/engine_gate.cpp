@@ -19,19 +19,15 @@ constexpr uint32_t kNoShard = 0xFFFFFFFFu;
 
 // One counter of calls in flight per shard, each on a cache line of its own. A thread takes a
 // shard once (round robin) and keeps it, so two threads share a line only when more threads
-// than shards call the engine at once.
-struct alignas(64) Shard {
-    std::atomic<uint32_t> inFlight{0};
-    // Own slots only, written by the owning thread alone: odd while that thread runs an
-    // engine callback (CallbackScope adds one as its outermost callback starts and ends).
-    std::atomic<uint32_t> callbackTurn{0};
-};
+// than shards call the engine at once. The own slots below have the same layout.
+using Shard = detail::GateSlot;
+using detail::g_lightPath;
+using detail::g_liveGeneration;
+using detail::ThreadState;
 
 // Constant-initialised and trivially destructible: valid from load to unload of the library.
 Shard g_shards[kShards];
 std::atomic<uint32_t> g_nextShard{0};
-// The generation of the live load; 0 while the gate is closed.
-std::atomic<uint64_t> g_liveGeneration{0};
 std::atomic<uint64_t> g_lastGeneration{0};
 std::atomic<const EngineLoad*> g_current{nullptr};
 
@@ -41,19 +37,7 @@ std::atomic<const EngineLoad*> g_current{nullptr};
 constexpr uint32_t kOwnSlots = 256;
 Shard g_ownSlots[kOwnSlots];
 std::atomic<uint32_t> g_ownSlotsClaimed{0};
-// Decided once, before the first load goes live: whether the heavy barrier is available.
-bool g_lightPath = false;
 bool g_lightPathDecided = false;
-
-// Trivially destructible, so no thread-exit work is registered for it.
-struct ThreadState {
-    Shard* own;      // this thread's own slot (gate: light path only; callbacks: always)
-    bool ownTried;   // a slot was asked for already
-    uint32_t shard;
-    uint32_t depth;      // calls of this thread inside the engine (nested through callbacks)
-    uint32_t callbacks;  // engine callbacks this thread is running
-};
-thread_local ThreadState t_state{nullptr, false, kNoShard, 0, 0};
 
 // Polls `done` until it is true (true) or `timeoutMs` have passed (false). What it waits for
 // is usually short: it yields a few times before it sleeps.
@@ -95,6 +79,12 @@ const EngineLoad kNoEngine{};
 void CloseAtExit() { CloseForExit(); }
 
 }  // namespace
+
+namespace detail {
+std::atomic<uint64_t> g_liveGeneration{0};
+bool g_lightPath = false;
+ORBPERIX_TRIVIAL_THREAD_LOCAL ThreadState t_gate{nullptr, nullptr, false, kNoShard, 0, 0};
+}  // namespace detail
 
 const EngineLoad& NoEngine() noexcept { return kNoEngine; }
 
@@ -154,58 +144,41 @@ Shard* OwnSlot(ThreadState& self) noexcept {
 
 }  // namespace
 
-bool Enter(const EngineLoad& load) noexcept {
-    // Cheap refusal first: a closed gate or a dead load costs one read.
-    if (load.generation == 0 ||
-        g_liveGeneration.load(std::memory_order_relaxed) != load.generation) {
-        return false;
+namespace detail {
+
+// The first call of a thread (which takes its slot), and every call of a thread without an
+// own slot (no heavy barrier on this platform, or past the own slots): counted in a shard.
+bool EnterSlow(const EngineLoad& load) noexcept {
+    ThreadState& self = detail::t_gate;
+    if (g_lightPath && OwnSlot(self) != nullptr) {
+        self.fast = self.own;
+        return Enter(load);
     }
-    ThreadState& self = t_state;
-    Shard* own = g_lightPath ? OwnSlot(self) : nullptr;
-    if (own != nullptr) {
-        // Only this thread writes its slot: a plain store announces the call. Close's heavy
-        // barrier makes it visible before Close reads the slots, so either Close sees this
-        // count or this thread sees the closed gate below.
-        const uint32_t count = own->inFlight.load(std::memory_order_relaxed);
-        own->inFlight.store(count + 1, std::memory_order_relaxed);
-        std::atomic_signal_fence(std::memory_order_seq_cst);
-        if (g_liveGeneration.load(std::memory_order_relaxed) != load.generation) {
-            own->inFlight.store(count, std::memory_order_release);
-            return false;
-        }
-    } else {
-        if (self.shard == kNoShard) {
-            self.shard = g_nextShard.fetch_add(1, std::memory_order_relaxed) % kShards;
-        }
-        Shard& shard = g_shards[self.shard];
-        // Counted in before the generation is read again (both sequentially consistent):
-        // either Close sees this count, or this thread sees the closed gate.
-        shard.inFlight.fetch_add(1, std::memory_order_seq_cst);
-        if (g_liveGeneration.load(std::memory_order_seq_cst) != load.generation) {
-            shard.inFlight.fetch_sub(1, std::memory_order_release);
-            return false;
-        }
+    if (self.shard == kNoShard) {
+        self.shard = g_nextShard.fetch_add(1, std::memory_order_relaxed) % kShards;
+    }
+    Shard& shard = g_shards[self.shard];
+    // Counted in before the generation is read again (both sequentially consistent): either
+    // Close sees this count, or this thread sees the closed gate.
+    shard.inFlight.fetch_add(1, std::memory_order_seq_cst);
+    if (g_liveGeneration.load(std::memory_order_seq_cst) != load.generation) {
+        shard.inFlight.fetch_sub(1, std::memory_order_release);
+        return false;
     }
     ++self.depth;
     return true;
 }
 
-void Leave() noexcept {
-    ThreadState& self = t_state;
-    --self.depth;
-    // As Enter chose: g_lightPath is decided before any load is live and never changes after.
-    if (g_lightPath && self.own != nullptr) {
-        self.own->inFlight.store(self.own->inFlight.load(std::memory_order_relaxed) - 1,
-                                 std::memory_order_release);
-    } else {
-        g_shards[self.shard].inFlight.fetch_sub(1, std::memory_order_release);
-    }
+void LeaveShard() noexcept {
+    g_shards[detail::t_gate.shard].inFlight.fetch_sub(1, std::memory_order_release);
 }
+
+}  // namespace detail
 
 bool CloseAndDrain(uint32_t timeoutMs) noexcept {
     g_liveGeneration.store(0, std::memory_order_seq_cst);
     g_current.store(nullptr, std::memory_order_release);
-    if (t_state.depth != 0 || t_state.callbacks != 0) {
+    if (detail::t_gate.depth != 0 || detail::t_gate.callbacks != 0) {
         return false;
     }
     if (g_lightPath) {
@@ -238,7 +211,7 @@ Shard g_callbacksInEpoch[2];
 thread_local uint32_t t_callbackEpoch = 0;
 
 CallbackScope::CallbackScope() noexcept {
-    ThreadState& self = t_state;
+    ThreadState& self = detail::t_gate;
     if (self.callbacks++ != 0) {
         return;  // nested callbacks of one thread count once
     }
@@ -267,7 +240,7 @@ CallbackScope::CallbackScope() noexcept {
 }
 
 CallbackScope::~CallbackScope() {
-    ThreadState& self = t_state;
+    ThreadState& self = detail::t_gate;
     if (--self.callbacks != 0) {
         return;
     }
@@ -294,13 +267,13 @@ bool WaitForCallbacks(uint32_t timeoutMs) noexcept {
     uint32_t busy[kOwnSlots];
     for (uint32_t i = 0; i < claimed; ++i) {
         const uint32_t turn = g_ownSlots[i].callbackTurn.load(std::memory_order_acquire);
-        busy[i] = (turn & 1) != 0 && &g_ownSlots[i] != t_state.own ? turn : 0;
+        busy[i] = (turn & 1) != 0 && &g_ownSlots[i] != detail::t_gate.own ? turn : 0;
     }
     static std::mutex waiters;
     std::lock_guard<std::mutex> turn(waiters);
     const uint32_t epoch = g_callbackEpoch.fetch_add(1, std::memory_order_seq_cst);
     // The calling thread's own callback, when it runs one that counted in the old epoch.
-    const uint32_t own = (t_state.callbacks != 0 && t_state.own == nullptr &&
+    const uint32_t own = (detail::t_gate.callbacks != 0 && detail::t_gate.own == nullptr &&
                           (t_callbackEpoch & 1) == (epoch & 1))
                              ? 1
                              : 0;

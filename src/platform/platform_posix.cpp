@@ -144,40 +144,42 @@ int64_t PerformanceFrequency() {
 
 namespace {
 
-using ClockReader = int (*)(clockid_t, timespec*);
-
 // The kernel's own clock reader in the vDSO, called directly: the C library's clock_gettime
 // only dispatches to it, and on the refresh write path that dispatch costs about as much as the
 // coarse read itself. The C library's function where the vDSO or the symbol is missing (other
-// architectures name it differently). Resolved on first use; two threads that race resolve
-// the same address.
-ClockReader ResolveClockReader() noexcept {
-    ClockReader reader = &clock_gettime;
+// architectures name it differently).
+detail::ClockReader ResolveClockReader() noexcept {
+    detail::ClockReader reader = &clock_gettime;
     if (void* vdso = dlopen("linux-vdso.so.1", RTLD_LAZY | RTLD_NOLOAD)) {
         if (void* symbol = dlsym(vdso, "__vdso_clock_gettime")) {
-            reader = reinterpret_cast<ClockReader>(symbol);
+            reader = reinterpret_cast<detail::ClockReader>(symbol);
         }
         dlclose(vdso);  // the vDSO stays mapped for the life of the process
     }
     return reader;
 }
 
-std::atomic<ClockReader> g_clockReader{nullptr};
-
 }  // namespace
 
-int64_t CoarseCounter() noexcept {
-    ClockReader reader = g_clockReader.load(std::memory_order_relaxed);
-    if (ORBPERIX_UNLIKELY(reader == nullptr)) {
+namespace detail {
+
+// Two threads that race here resolve the same address.
+std::atomic<ClockReader> g_coarseReader{nullptr};
+
+int64_t CoarseCounterSlow() noexcept {
+    ClockReader reader = g_coarseReader.load(std::memory_order_relaxed);
+    if (reader == nullptr) {
         reader = ResolveClockReader();
-        g_clockReader.store(reader, std::memory_order_relaxed);
+        g_coarseReader.store(reader, std::memory_order_relaxed);
     }
     timespec now{};
-    if (ORBPERIX_UNLIKELY(reader(CLOCK_MONOTONIC_COARSE, &now) != 0)) {
+    if (reader(CLOCK_MONOTONIC_COARSE, &now) != 0) {
         clock_gettime(CLOCK_MONOTONIC, &now);
     }
     return Nanoseconds(now);
 }
+
+}  // namespace detail
 
 bool ProcessIsExiting() noexcept { return false; }
 

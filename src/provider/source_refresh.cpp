@@ -42,6 +42,15 @@ struct RefreshChannel {
     }
 };
 
+constexpr const char* kWriteScope = "OrbPerix::SourceProvider::PartialRefreshWriteStreamBuffer";
+
+// The write path's failure lines, out of line: inlined, the log stream's setup is hoisted into
+// every write's prologue.
+template <typename... Parts>
+[[gnu::cold, gnu::noinline]] void LogWriteError(const Parts&... parts) noexcept {
+    log::Trace(LOG_MESSAGE_ERROR, kWriteScope, parts...);
+}
+
 // Open and close differ only in the engine entry and their texts.
 int OpenOrClose(const EngineLoad& load, int (*entry)(const PerixServiceId*, void*, void*),
                 ServiceInfo* service,
@@ -86,7 +95,7 @@ int SourceProvider::ClosePartialRefresh(ServiceInfo* service) {
 // while its reading stands still (a kernel tick) the stamp cannot change, so the division and
 // the stores are skipped. The time base is read on every write: a provider constructed since
 // restarts it, and the comparison is of ticks since the base, so a restart is seen at once.
-void SourceProvider::StampWriteTime() noexcept {
+[[gnu::always_inline]] inline void SourceProvider::StampWriteTime() noexcept {
     const int64_t ticks =
         platform::CoarseCounter() - state_.clockStart.load(std::memory_order_relaxed);
     if (ticks == lastWriteTicks_.load(std::memory_order_relaxed)) {
@@ -100,10 +109,9 @@ void SourceProvider::StampWriteTime() noexcept {
 
 int SourceProvider::PartialRefreshWriteStreamBuffer(ServiceInfo* service, uint8_t* data,
                                                     int32_t length) {
-    static const char* const kScope = "OrbPerix::SourceProvider::PartialRefreshWriteStreamBuffer";
     // A negative length is the engine's to judge.
     if (service == nullptr || data == nullptr || length == 0) {
-        log::Trace(LOG_MESSAGE_ERROR, kScope, "PartialRefreshWriteStreamBuffer failed: invalid parameter");
+        LogWriteError("PartialRefreshWriteStreamBuffer failed: invalid parameter");
         return kInvalidArgument;
     }
     StampWriteTime();
@@ -112,7 +120,7 @@ int SourceProvider::PartialRefreshWriteStreamBuffer(ServiceInfo* service, uint8_
     const PerixDataBuffer buffer{data, static_cast<uint32_t>(length)};
     const int r = engine::Call(load_, load_.refresh.PartialRefreshWriteStreamBuffer, &id, &buffer);
     if (r != 0) {
-        log::Trace(LOG_MESSAGE_ERROR, kScope, "PartialRefreshWriteStreamBuffer failed with ret=", r);
+        LogWriteError("PartialRefreshWriteStreamBuffer failed with ret=", r);
         return r;
     }
     return 0;
