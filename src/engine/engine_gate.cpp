@@ -199,9 +199,9 @@ bool CloseAndDrain(uint32_t timeoutMs) noexcept {
 
 // Callbacks under way. A thread with an own slot announces its callback there with plain
 // stores (no locked instruction, no line shared with other threads); WaitForCallbacks makes
-// the announcements visible (heavy barrier, or a fence on each side where there is none), notes
-// which slots are in a callback and waits for each of those to move on, so that callbacks
-// starting meanwhile never hold it up.
+// the announcements visible (heavy barrier; where there is none, sequentially consistent
+// stores and loads of the slots), notes which slots are in a callback and waits for each of
+// those to move on, so that callbacks starting meanwhile never hold it up.
 //
 // Threads beyond the own slots count themselves in two epochs: a callback counts itself in the
 // current epoch when it starts; WaitForCallbacks moves the epoch on and waits for the old
@@ -216,14 +216,15 @@ CallbackScope::CallbackScope() noexcept {
         return;  // nested callbacks of one thread count once
     }
     if (Shard* own = OwnSlot(self)) {
-        own->callbackTurn.store(own->callbackTurn.load(std::memory_order_relaxed) + 1,
-                                std::memory_order_relaxed);
+        const uint32_t turn = own->callbackTurn.load(std::memory_order_relaxed) + 1;
         // The announcement must be seen by a waiter before this callback looks its listener
-        // up: the waiter's heavy barrier orders it where there is one, else this fence does.
+        // up: the waiter's heavy barrier orders it where there is one, else a sequentially
+        // consistent store (still to a line no other thread writes) does.
         if (g_lightPath) {
+            own->callbackTurn.store(turn, std::memory_order_relaxed);
             std::atomic_signal_fence(std::memory_order_seq_cst);
         } else {
-            std::atomic_thread_fence(std::memory_order_seq_cst);
+            own->callbackTurn.store(turn, std::memory_order_seq_cst);
         }
         return;
     }
@@ -254,24 +255,23 @@ CallbackScope::~CallbackScope() {
 }
 
 bool WaitForCallbacks(uint32_t timeoutMs) noexcept {
-    // Every callback either announced itself visibly before this point, or looks its listener
-    // up after it (and finds what the caller forgot before calling).
+    static std::mutex waiters;
+    std::lock_guard<std::mutex> turn(waiters);
+    // Every callback either announced itself visibly before the slots are read below, or looks
+    // its listener up after this point (and finds what the caller forgot before calling).
     if (g_lightPath) {
         platform::HeavyBarrier();
     }
-    std::atomic_thread_fence(std::memory_order_seq_cst);
+    const uint32_t epoch = g_callbackEpoch.fetch_add(1, std::memory_order_seq_cst);
     const uint32_t claimed =
-        std::min(g_ownSlotsClaimed.load(std::memory_order_acquire), kOwnSlots);
-    // The turn of each slot that is in a callback now (0: not waited for). The calling
+        std::min(g_ownSlotsClaimed.load(std::memory_order_seq_cst), kOwnSlots);
+    // The turn of each own slot that is in a callback now (0: not waited for). The calling
     // thread's own callback is not waited for.
     uint32_t busy[kOwnSlots];
     for (uint32_t i = 0; i < claimed; ++i) {
-        const uint32_t turn = g_ownSlots[i].callbackTurn.load(std::memory_order_acquire);
-        busy[i] = (turn & 1) != 0 && &g_ownSlots[i] != detail::t_gate.own ? turn : 0;
+        const uint32_t slotTurn = g_ownSlots[i].callbackTurn.load(std::memory_order_seq_cst);
+        busy[i] = (slotTurn & 1) != 0 && &g_ownSlots[i] != detail::t_gate.own ? slotTurn : 0;
     }
-    static std::mutex waiters;
-    std::lock_guard<std::mutex> turn(waiters);
-    const uint32_t epoch = g_callbackEpoch.fetch_add(1, std::memory_order_seq_cst);
     // The calling thread's own callback, when it runs one that counted in the old epoch.
     const uint32_t own = (detail::t_gate.callbacks != 0 && detail::t_gate.own == nullptr &&
                           (t_callbackEpoch & 1) == (epoch & 1))
