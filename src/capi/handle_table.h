@@ -157,7 +157,9 @@ private:
     }
 
     // This thread's record, or null (no light path, or no record left for it).
-    ThreadRecord* OwnRecord() noexcept { return announcements_.Own(t_useTicket); }
+    ThreadRecord* OwnRecord() noexcept {
+        return announcements_.Light() ? announcements_.Own(t_useTicket) : nullptr;
+    }
     // Acquire's path without an announcement: the Use is counted in the slot.
     Use AcquireCounted(uint64_t handle, uint32_t index) noexcept;
     // Takes back an announcement that met another occupant or the dying bit (`state`).

@@ -1,5 +1,6 @@
 #include "engine/engine_gate.h"
 
+#include <algorithm>
 #include <atomic>
 #include <new>
 
@@ -8,7 +9,6 @@
 #include <thread>
 
 #include "platform/platform.h"
-#include "util/announcements.h"
 
 namespace OrbPerix {
 namespace engine {
@@ -23,31 +23,24 @@ constexpr uint32_t kNoShard = 0xFFFFFFFFu;
 struct alignas(64) Shard {
     std::atomic<uint32_t> inFlight{0};
 };
+using detail::g_liveGeneration;
+using detail::GateSlot;
+using detail::kCallbackTurn;
+using detail::kCalls;
+using detail::ThreadState;
 
 // Constant-initialised and trivially destructible: valid from load to unload of the library.
 Shard g_shards[kShards];
 std::atomic<uint32_t> g_nextShard{0};
-// The generation of the live load; 0 while the gate is closed.
-std::atomic<uint64_t> g_liveGeneration{0};
 std::atomic<uint64_t> g_lastGeneration{0};
 std::atomic<const EngineLoad*> g_current{nullptr};
 
-// Records of their own for the first threads that call the engine: a thread announces a call
-// by counting it in its record's one word with a plain store, and Close pays for the ordering
-// (Flush). Prepared once, before the first load goes live; threads beyond the records, and
-// every thread without the heavy barrier, use the shards.
-using CallRegistry = Announcements<1>;
-CallRegistry g_calls;
-
-// Trivially destructible, so no thread-exit work is registered for it.
-struct ThreadState {
-    CallRegistry::Ticket ticket;  // this thread's record in g_calls
-    uint32_t shard;
-    uint32_t depth;      // calls of this thread inside the engine (nested through callbacks)
-    uint32_t callbacks;  // engine callbacks this thread is running
-    CallRegistry::Record* own;  // the record the calls under way were counted in, or null
-};
-thread_local ThreadState t_state{{0, nullptr}, kNoShard, 0, 0, nullptr};
+// Slots of their own for the first threads that call the engine: a thread announces a call
+// with a plain store to its slot, and Close pays for the ordering with a heavy barrier (where
+// the platform has none, calls use the shards). Slots are not recycled (threads leave no trace
+// at exit); threads beyond them use the shards. Prepared by the first Publish.
+detail::GateSlots g_slots;
+constexpr uint32_t kOwnSlots = detail::GateSlots::kRecords;
 
 // Polls `done` until it is true (true) or `timeoutMs` have passed (false). What it waits for
 // is usually short: it yields a few times before it sleeps.
@@ -90,6 +83,12 @@ void CloseAtExit() { CloseForExit(); }
 
 }  // namespace
 
+namespace detail {
+std::atomic<uint64_t> g_liveGeneration{0};
+ORBPERIX_TRIVIAL_THREAD_LOCAL ThreadState t_gate{{0, nullptr}, nullptr, nullptr, false, kNoShard,
+                                                 0, 0};
+}  // namespace detail
+
 const EngineLoad& NoEngine() noexcept { return kNoEngine; }
 
 const EngineLoad& Current() noexcept {
@@ -112,7 +111,7 @@ bool Reserve() noexcept {
 const EngineLoad& Publish(const OrbPERIXHandler& main, const ButtonHandlerSource& button,
                           const AudioHandlerSource& audio,
                           const RefreshHandlerSource& refresh) noexcept {
-    g_calls.Prepare();
+    g_slots.Prepare();
     LoadNode* node = g_reserved;
     g_reserved = nullptr;
     node->load.main = main;
@@ -132,79 +131,99 @@ const EngineLoad& Publish(const OrbPERIXHandler& main, const ButtonHandlerSource
     return node->load;
 }
 
-bool Enter(const EngineLoad& load) noexcept {
-    // Cheap refusal first: a closed gate or a dead load costs one read.
-    if (load.generation == 0 ||
-        g_liveGeneration.load(std::memory_order_relaxed) != load.generation) {
+namespace {
+
+GateSlot* OwnSlot(ThreadState& self) noexcept {
+    if (!self.ownTried) {
+        self.own = g_slots.Own(self.ticket);
+        self.ownTried = self.ticket.serial != 0;  // asked again until the registry is prepared
+    }
+    return self.own;
+}
+
+}  // namespace
+
+namespace detail {
+
+// The first call of a thread (which takes its slot), and every call of a thread without an
+// own slot (no heavy barrier on this platform, or past the own slots): counted in a shard.
+bool EnterSlow(const EngineLoad& load) noexcept {
+    ThreadState& self = detail::t_gate;
+    if (g_slots.Light() && OwnSlot(self) != nullptr) {
+        self.fast = self.own;
+        return Enter(load);
+    }
+    if (self.shard == kNoShard) {
+        self.shard = g_nextShard.fetch_add(1, std::memory_order_relaxed) % kShards;
+    }
+    Shard& shard = g_shards[self.shard];
+    // Counted in before the generation is read again (both sequentially consistent): either
+    // Close sees this count, or this thread sees the closed gate.
+    shard.inFlight.fetch_add(1, std::memory_order_seq_cst);
+    if (g_liveGeneration.load(std::memory_order_seq_cst) != load.generation) {
+        shard.inFlight.fetch_sub(1, std::memory_order_release);
         return false;
     }
-    ThreadState& self = t_state;
-    // Nested calls count where the outermost one did, so that each Leave undoes its own Enter.
-    CallRegistry::Record* own = self.depth != 0 ? self.own : g_calls.Own(self.ticket);
-    if (own != nullptr) {
-        // Only this thread writes its record: either Close sees this count, or this thread
-        // sees the closed gate below.
-        const uint64_t count = own->words[0].load(std::memory_order_relaxed);
-        CallRegistry::Announce(own->words[0], count + 1);
-        if (g_liveGeneration.load(std::memory_order_relaxed) != load.generation) {
-            CallRegistry::Withdraw(own->words[0], count);
-            return false;
-        }
-    } else {
-        if (self.shard == kNoShard) {
-            self.shard = g_nextShard.fetch_add(1, std::memory_order_relaxed) % kShards;
-        }
-        Shard& shard = g_shards[self.shard];
-        // Counted in before the generation is read again (both sequentially consistent):
-        // either Close sees this count, or this thread sees the closed gate.
-        shard.inFlight.fetch_add(1, std::memory_order_seq_cst);
-        if (g_liveGeneration.load(std::memory_order_seq_cst) != load.generation) {
-            shard.inFlight.fetch_sub(1, std::memory_order_release);
-            return false;
-        }
-    }
-    self.own = own;
     ++self.depth;
     return true;
 }
 
-void Leave() noexcept {
-    ThreadState& self = t_state;
-    --self.depth;
-    if (self.own != nullptr) {
-        CallRegistry::Withdraw(self.own->words[0],
-                               self.own->words[0].load(std::memory_order_relaxed) - 1);
-    } else {
-        g_shards[self.shard].inFlight.fetch_sub(1, std::memory_order_release);
-    }
+void LeaveShard() noexcept {
+    g_shards[detail::t_gate.shard].inFlight.fetch_sub(1, std::memory_order_release);
 }
+
+}  // namespace detail
 
 bool CloseAndDrain(uint32_t timeoutMs) noexcept {
     g_liveGeneration.store(0, std::memory_order_seq_cst);
     g_current.store(nullptr, std::memory_order_release);
-    if (t_state.depth != 0 || t_state.callbacks != 0) {
+    if (detail::t_gate.depth != 0 || detail::t_gate.callbacks != 0) {
         return false;
     }
-    g_calls.Flush();
+    g_slots.Flush();
     return WaitUntil(timeoutMs, [] {
-        uint64_t inFlight = g_calls.Sum([](uint64_t count) { return count; });
+        uint64_t inFlight = 0;
         for (const Shard& shard : g_shards) {
             inFlight += shard.inFlight.load(std::memory_order_seq_cst);
+        }
+        const uint32_t claimed = g_slots.Claimed();
+        for (uint32_t i = 0; i < claimed; ++i) {
+            inFlight += g_slots.At(i).words[kCalls].load(std::memory_order_acquire);
         }
         return inFlight == 0;
     });
 }
 
-// Callbacks under way, counted in two epochs: a callback counts itself in the current epoch
-// when it starts; WaitForCallbacks moves the epoch on and waits for the old one's count to
-// reach zero, so that callbacks starting meanwhile never hold it up. Waiters take turns.
+// Callbacks under way. A thread with an own slot announces its callback there with plain
+// stores (no locked instruction, no line shared with other threads); WaitForCallbacks makes
+// the announcements visible (heavy barrier; where there is none, sequentially consistent
+// stores and loads of the slots), notes which slots are in a callback and waits for each of
+// those to move on, so that callbacks starting meanwhile never hold it up.
+//
+// Threads beyond the own slots count themselves in two epochs: a callback counts itself in the
+// current epoch when it starts; WaitForCallbacks moves the epoch on and waits for the old
+// one's count to reach zero. Waiters take turns on that part.
 std::atomic<uint32_t> g_callbackEpoch{0};
 Shard g_callbacksInEpoch[2];
 thread_local uint32_t t_callbackEpoch = 0;
 
 CallbackScope::CallbackScope() noexcept {
-    if (t_state.callbacks++ != 0) {
+    ThreadState& self = detail::t_gate;
+    if (self.callbacks++ != 0) {
         return;  // nested callbacks of one thread count once
+    }
+    if (GateSlot* own = OwnSlot(self)) {
+        std::atomic<uint64_t>& turn = own->words[kCallbackTurn];
+        const uint64_t next = turn.load(std::memory_order_relaxed) + 1;
+        // The announcement must be seen by a waiter before this callback looks its listener
+        // up: the waiter's heavy barrier orders it where there is one, else a sequentially
+        // consistent store (still to a line no other thread writes) does.
+        if (g_slots.Light()) {
+            detail::GateSlots::Announce(turn, next);
+        } else {
+            turn.store(next, std::memory_order_seq_cst);
+        }
+        return;
     }
     for (;;) {
         const uint32_t epoch = g_callbackEpoch.load(std::memory_order_seq_cst);
@@ -219,7 +238,15 @@ CallbackScope::CallbackScope() noexcept {
 }
 
 CallbackScope::~CallbackScope() {
-    if (--t_state.callbacks == 0) {
+    ThreadState& self = detail::t_gate;
+    if (--self.callbacks != 0) {
+        return;
+    }
+    if (self.own != nullptr) {
+        // What the listener did happens before a waiter that sees the turn move on.
+        std::atomic<uint64_t>& turn = self.own->words[kCallbackTurn];
+        detail::GateSlots::Withdraw(turn, turn.load(std::memory_order_relaxed) + 1);
+    } else {
         g_callbacksInEpoch[t_callbackEpoch & 1].inFlight.fetch_sub(1, std::memory_order_release);
     }
 }
@@ -227,11 +254,31 @@ CallbackScope::~CallbackScope() {
 bool WaitForCallbacks(uint32_t timeoutMs) noexcept {
     static std::mutex waiters;
     std::lock_guard<std::mutex> turn(waiters);
+    // Every callback either announced itself visibly before the slots are read below, or looks
+    // its listener up after this point (and finds what the caller forgot before calling).
+    g_slots.Flush();
     const uint32_t epoch = g_callbackEpoch.fetch_add(1, std::memory_order_seq_cst);
+    const uint32_t claimed = g_slots.Claimed();
+    // The turn of each own slot that is in a callback now (0: not waited for). The calling
+    // thread's own callback is not waited for.
+    uint64_t busy[kOwnSlots];
+    for (uint32_t i = 0; i < claimed; ++i) {
+        const GateSlot& slot = g_slots.At(i);
+        const uint64_t slotTurn = slot.words[kCallbackTurn].load(std::memory_order_seq_cst);
+        busy[i] = (slotTurn & 1) != 0 && &slot != detail::t_gate.own ? slotTurn : 0;
+    }
     // The calling thread's own callback, when it runs one that counted in the old epoch.
-    const uint32_t own =
-        (t_state.callbacks != 0 && (t_callbackEpoch & 1) == (epoch & 1)) ? 1 : 0;
-    return WaitUntil(timeoutMs, [epoch, own] {
+    const uint32_t own = (detail::t_gate.callbacks != 0 && detail::t_gate.own == nullptr &&
+                          (t_callbackEpoch & 1) == (epoch & 1))
+                             ? 1
+                             : 0;
+    return WaitUntil(timeoutMs, [&busy, claimed, epoch, own] {
+        for (uint32_t i = 0; i < claimed; ++i) {
+            if (busy[i] != 0 &&
+                g_slots.At(i).words[kCallbackTurn].load(std::memory_order_acquire) == busy[i]) {
+                return false;
+            }
+        }
         return g_callbacksInEpoch[epoch & 1].inFlight.load(std::memory_order_acquire) <= own;
     });
 }

@@ -21,6 +21,7 @@
 #ifndef ORBPERIX_SRC_ENGINE_ENGINE_GATE_H_
 #define ORBPERIX_SRC_ENGINE_ENGINE_GATE_H_
 
+#include <atomic>
 #include <cstdint>
 #include <type_traits>
 #include <utility>
@@ -28,6 +29,7 @@
 #include "capture/traced_call.h"
 #include "orbperix/engine_tables.h"
 #include "platform/platform.h"
+#include "util/announcements.h"
 
 namespace OrbPerix {
 
@@ -69,10 +71,73 @@ bool CloseAndDrain(uint32_t timeoutMs) noexcept;
 // Closes the gate without waiting (process exit: other threads may be gone or frozen).
 void CloseForExit() noexcept;
 
+namespace detail {
+// What the inline Enter and Leave below read; defined in engine_gate.cpp.
+// A thread's own slot is its record in the gate's announcement registry: word kCalls counts its
+// calls inside the engine; word kCallbackTurn, written by the owning thread alone, is odd while
+// that thread runs an engine callback (CallbackScope adds one as its outermost callback starts
+// and ends).
+using GateSlots = Announcements<2>;
+using GateSlot = GateSlots::Record;
+constexpr uint32_t kCalls = 0;
+constexpr uint32_t kCallbackTurn = 1;
+// Trivially destructible, so no thread-exit work is registered for it.
+struct ThreadState {
+    GateSlots::Ticket ticket;  // this thread's claim in the registry
+    GateSlot* fast;      // the own slot once the gate counts this thread's calls there
+    GateSlot* own;       // this thread's own slot (callbacks always use it), or null
+    bool ownTried;       // a slot was asked for already
+    uint32_t shard;
+    uint32_t depth;      // calls of this thread inside the engine (nested through callbacks)
+    uint32_t callbacks;  // engine callbacks this thread is running
+};
+extern ORBPERIX_TRIVIAL_THREAD_LOCAL ThreadState t_gate;
+// The generation of the live load; 0 while the gate is closed.
+extern std::atomic<uint64_t> g_liveGeneration;
+bool EnterSlow(const EngineLoad& load) noexcept;
+void LeaveShard() noexcept;
+}  // namespace detail
+
 // Low level: counts this thread in before a call through `load`; false (and nothing counted)
 // when the load is not live. Every true must be matched by Leave on the same thread.
-bool Enter(const EngineLoad& load) noexcept;
-void Leave() noexcept;
+// Inline: it brackets every engine call. The fast form is a thread's own slot; the first call
+// of a thread and threads without an own slot take EnterSlow.
+inline bool Enter(const EngineLoad& load) noexcept {
+    // Cheap refusal first: a closed gate or a dead load costs one read.
+    if (load.generation == 0 ||
+        detail::g_liveGeneration.load(std::memory_order_relaxed) != load.generation) {
+        return false;
+    }
+    detail::ThreadState& self = detail::t_gate;
+    detail::GateSlot* const slot = self.fast;
+    if (ORBPERIX_UNLIKELY(slot == nullptr)) {
+        return detail::EnterSlow(load);
+    }
+    // Only this thread writes its slot: a plain store announces the call. Close's heavy
+    // barrier makes it visible before Close reads the slots, so either Close sees this count
+    // or this thread sees the closed gate below.
+    std::atomic<uint64_t>& calls = slot->words[detail::kCalls];
+    const uint64_t count = calls.load(std::memory_order_relaxed);
+    detail::GateSlots::Announce(calls, count + 1);
+    if (detail::g_liveGeneration.load(std::memory_order_relaxed) != load.generation) {
+        detail::GateSlots::Withdraw(calls, count);
+        return false;
+    }
+    ++self.depth;
+    return true;
+}
+
+inline void Leave() noexcept {
+    detail::ThreadState& self = detail::t_gate;
+    --self.depth;
+    // As Enter counted: `fast` is set once, before the first call counted in the own slot.
+    if (detail::GateSlot* const slot = self.fast) {
+        std::atomic<uint64_t>& calls = slot->words[detail::kCalls];
+        detail::GateSlots::Withdraw(calls, calls.load(std::memory_order_relaxed) - 1);
+    } else {
+        detail::LeaveShard();
+    }
+}
 
 // Marks the calling thread as running inside an engine callback for its lifetime (every entry
 // point the engine calls opens one, before it looks anything up), so that a Finalize made from

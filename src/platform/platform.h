@@ -11,6 +11,27 @@
 #include <cstdio>
 #include <string>
 
+#if defined(__linux__)
+#include <time.h>
+
+#include <atomic>
+#endif
+
+// A branch hint for the compilers that take one; others read the plain condition.
+#if defined(__GNUC__) || defined(__clang__)
+#define ORBPERIX_UNLIKELY(condition) __builtin_expect(!!(condition), 0)
+#else
+#define ORBPERIX_UNLIKELY(condition) (condition)
+#endif
+
+// Thread-local storage of a trivial type defined in one file and read inline from others: the
+// GNU form skips the check for a dynamic initialiser that `thread_local` makes on every such read.
+#if defined(__GNUC__) || defined(__clang__)
+#define ORBPERIX_TRIVIAL_THREAD_LOCAL __thread
+#else
+#define ORBPERIX_TRIVIAL_THREAD_LOCAL thread_local
+#endif
+
 namespace OrbPerix {
 namespace platform {
 
@@ -63,15 +84,37 @@ int64_t PerformanceFrequency();
 // A cheap reading of the same clock as PerformanceCounter, in the same ticks, that runs behind
 // it: Linux reads the monotonic clock as of the kernel's last timekeeping update (no counter
 // read; about one scheduler tick behind, a few ticks when the kernel skipped ticks on an idle
-// processor); Windows offers no coarse reading on the performance counter's time base, so it
-// returns the counter itself. For stamps kept in whole milliseconds that nothing compares
-// more finely than tens of milliseconds.
+// processor), calling the kernel's vDSO reader directly; Windows offers no coarse reading on
+// the performance counter's time base, so it returns the counter itself. For stamps kept in
+// whole milliseconds that nothing compares more finely than tens of milliseconds. On Linux the
+// reading changes only once per kernel tick, so a caller that keeps a value derived from it
+// can skip the derivation while the reading stands still.
+#if defined(__linux__)
+namespace detail {
+using ClockReader = int (*)(clockid_t, timespec*);
+// The vDSO's clock reader (or the C library's clock_gettime where there is none); null until
+// the first CoarseCounterSlow resolves it.
+extern std::atomic<ClockReader> g_coarseReader;
+// Resolves the reader when needed and reads; also the way out when the coarse read fails.
+int64_t CoarseCounterSlow() noexcept;
+}  // namespace detail
+// Inline: it is read on every partial-refresh write.
+inline int64_t CoarseCounter() noexcept {
+    const detail::ClockReader reader = detail::g_coarseReader.load(std::memory_order_relaxed);
+    timespec now;
+    if (ORBPERIX_UNLIKELY(reader == nullptr || reader(CLOCK_MONOTONIC_COARSE, &now) != 0)) {
+        return detail::CoarseCounterSlow();
+    }
+    return static_cast<int64_t>(now.tv_sec) * 1000000000LL + static_cast<int64_t>(now.tv_nsec);
+}
+#else
 int64_t CoarseCounter() noexcept;
+#endif
 
-// Whole milliseconds from `start` (a PerformanceCounter value) to a CoarseCounter reading
-// taken now; 0 when that reading still lies before `start` or the frequency is not positive.
-inline int64_t CoarseMillisecondsSince(int64_t start, int64_t frequency) noexcept {
-    const int64_t elapsed = CoarseCounter() - start;
+// Whole milliseconds in `elapsed` ticks at `frequency` ticks per second, truncated; 0 when
+// `elapsed` is not positive (a reading that still lies before its start) or the frequency is
+// not.
+inline int64_t WholeMilliseconds(int64_t elapsed, int64_t frequency) noexcept {
     return frequency > 0 && elapsed > 0 ? elapsed * 1000 / frequency : 0;
 }
 
@@ -111,12 +154,5 @@ int BoundedCopy(void* dest, size_t destSize, const void* src, size_t count);
 
 }  // namespace platform
 }  // namespace OrbPerix
-
-// A branch hint for the compilers that take one; others read the plain condition.
-#if defined(__GNUC__) || defined(__clang__)
-#define ORBPERIX_UNLIKELY(condition) __builtin_expect(!!(condition), 0)
-#else
-#define ORBPERIX_UNLIKELY(condition) (condition)
-#endif
 
 #endif  // ORBPERIX_SRC_PLATFORM_PLATFORM_H_

@@ -7,6 +7,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -141,13 +142,44 @@ int64_t PerformanceFrequency() {
     return 1000000000LL;
 }
 
-int64_t CoarseCounter() noexcept {
+namespace {
+
+// The kernel's own clock reader in the vDSO, called directly: the C library's clock_gettime
+// only dispatches to it, and on the refresh write path that dispatch costs about as much as the
+// coarse read itself. The C library's function where the vDSO or the symbol is missing (other
+// architectures name it differently).
+detail::ClockReader ResolveClockReader() noexcept {
+    detail::ClockReader reader = &clock_gettime;
+    if (void* vdso = dlopen("linux-vdso.so.1", RTLD_LAZY | RTLD_NOLOAD)) {
+        if (void* symbol = dlsym(vdso, "__vdso_clock_gettime")) {
+            reader = reinterpret_cast<detail::ClockReader>(symbol);
+        }
+        dlclose(vdso);  // the vDSO stays mapped for the life of the process
+    }
+    return reader;
+}
+
+}  // namespace
+
+namespace detail {
+
+// Two threads that race here resolve the same address.
+std::atomic<ClockReader> g_coarseReader{nullptr};
+
+int64_t CoarseCounterSlow() noexcept {
+    ClockReader reader = g_coarseReader.load(std::memory_order_relaxed);
+    if (reader == nullptr) {
+        reader = ResolveClockReader();
+        g_coarseReader.store(reader, std::memory_order_relaxed);
+    }
     timespec now{};
-    if (clock_gettime(CLOCK_MONOTONIC_COARSE, &now) != 0) {
+    if (reader(CLOCK_MONOTONIC_COARSE, &now) != 0) {
         clock_gettime(CLOCK_MONOTONIC, &now);
     }
     return Nanoseconds(now);
 }
+
+}  // namespace detail
 
 bool ProcessIsExiting() noexcept { return false; }
 

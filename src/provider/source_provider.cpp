@@ -58,8 +58,8 @@ SourceClassState& SourceState() noexcept {
 }
 
 SourceProvider::SourceProvider(const EngineLoad& load)
-    : SessionProvider(kSourceSessionKind, load), load_(load) {
-    SourceClassState& state = SourceState();
+    : SessionProvider(kSourceSessionKind, load), load_(load), state_(SourceState()) {
+    SourceClassState& state = state_;
     state.initialized.store(false, std::memory_order_relaxed);
     state.clockFrequency.store(platform::PerformanceFrequency(), std::memory_order_relaxed);
     state.clockStart.store(platform::PerformanceCounter(), std::memory_order_relaxed);

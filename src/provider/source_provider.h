@@ -33,6 +33,8 @@ struct SourceKind {
     static bool Initialized() noexcept;
 };
 
+struct SourceClassState;
+
 class SourceProvider : public SessionProvider<ISourceProvider> {
 public:
     // Binds to `load`, clears the class-wide initialised flag and restarts the class-wide
@@ -83,8 +85,15 @@ public:
 
 private:
     void TearDown() noexcept;
+    // Stamps lastWriteTimeMs_ from a coarse reading; divides only when the reading moved.
+    void StampWriteTime() noexcept;
 
     const EngineLoad& load_;      // audio and refresh tables are called through it
+    SourceClassState& state_;     // the kind's state, held so writes skip the lookup's guard
+    // The coarse ticks since the time base that lastWriteTimeMs_ was computed from (-1: none
+    // yet). Writers race on both without harm: each pair is a true stamp of some write, and
+    // a reader of the stamp never compares it more finely than a tick.
+    std::atomic<int64_t> lastWriteTicks_{-1};
     std::atomic<uint32_t> lastWriteTimeMs_{0};
 };
 

@@ -42,6 +42,15 @@ struct RefreshChannel {
     }
 };
 
+constexpr const char* kWriteScope = "OrbPerix::SourceProvider::PartialRefreshWriteStreamBuffer";
+
+// The write path's failure lines, out of line: inlined, the log stream's setup is hoisted into
+// every write's prologue.
+template <typename... Parts>
+[[gnu::cold, gnu::noinline]] void LogWriteError(const Parts&... parts) noexcept {
+    log::Trace(LOG_MESSAGE_ERROR, kWriteScope, parts...);
+}
+
 // Open and close differ only in the engine entry and their texts.
 int OpenOrClose(const EngineLoad& load, int (*entry)(const PerixServiceId*, void*, void*),
                 ServiceInfo* service,
@@ -82,28 +91,36 @@ int SourceProvider::ClosePartialRefresh(ServiceInfo* service) {
                        "ClosePartialRefresh failed with ret=");
 }
 
+// A millisecond stamp: the coarse clock serves it (no precise counter read per write), and
+// while its reading stands still (a kernel tick) the stamp cannot change, so the division and
+// the stores are skipped. The time base is read on every write: a provider constructed since
+// restarts it, and the comparison is of ticks since the base, so a restart is seen at once.
+[[gnu::always_inline]] inline void SourceProvider::StampWriteTime() noexcept {
+    const int64_t ticks =
+        platform::CoarseCounter() - state_.clockStart.load(std::memory_order_relaxed);
+    if (ticks == lastWriteTicks_.load(std::memory_order_relaxed)) {
+        return;
+    }
+    lastWriteTicks_.store(ticks, std::memory_order_relaxed);
+    const int64_t ms = platform::WholeMilliseconds(
+        ticks, state_.clockFrequency.load(std::memory_order_relaxed));
+    lastWriteTimeMs_.store(static_cast<uint32_t>(ms), std::memory_order_relaxed);
+}
+
 int SourceProvider::PartialRefreshWriteStreamBuffer(ServiceInfo* service, uint8_t* data,
                                                     int32_t length) {
-    static const char* const kScope = "OrbPerix::SourceProvider::PartialRefreshWriteStreamBuffer";
     // A negative length is the engine's to judge.
     if (service == nullptr || data == nullptr || length == 0) {
-        log::Trace(LOG_MESSAGE_ERROR, kScope, "PartialRefreshWriteStreamBuffer failed: invalid parameter");
+        LogWriteError("PartialRefreshWriteStreamBuffer failed: invalid parameter");
         return kInvalidArgument;
     }
-    // A millisecond stamp: the coarse clock serves it (no precise counter read per write).
-    const SourceClassState& state = SourceState();
-    const int64_t ms = platform::CoarseMillisecondsSince(
-        state.clockStart.load(std::memory_order_relaxed),
-        state.clockFrequency.load(std::memory_order_relaxed));
-    if (lastWriteTimeMs_.load(std::memory_order_relaxed) != static_cast<uint32_t>(ms)) {
-        lastWriteTimeMs_.store(static_cast<uint32_t>(ms), std::memory_order_relaxed);
-    }
+    StampWriteTime();
 
     const PerixServiceId id = RefreshServiceId(*service);
     const PerixDataBuffer buffer{data, static_cast<uint32_t>(length)};
     const int r = engine::Call(load_, load_.refresh.PartialRefreshWriteStreamBuffer, &id, &buffer);
     if (r != 0) {
-        log::Trace(LOG_MESSAGE_ERROR, kScope, "PartialRefreshWriteStreamBuffer failed with ret=", r);
+        LogWriteError("PartialRefreshWriteStreamBuffer failed with ret=", r);
         return r;
     }
     return 0;

@@ -12,10 +12,11 @@
 // the rare path, or its check after announcing sees the condition. Withdraw is a release
 // store, so what the hot path did happens before a rare path that reads the withdrawn word.
 //
-// The first kRecords threads to ask get a record of kWords words, kept for the life of the
-// process (no thread-exit work). Later threads, and every thread where the platform has no heavy
-// barrier, get none: the caller then counts them its own way, with locked instructions on both
-// sides. A thread finds its record through a Ticket that the caller keeps in a thread_local of its
+// The first kRecords threads to ask (once the registry is prepared) get a record of kWords words,
+// kept for the life of the process (no thread-exit work). Later threads get none: the caller
+// then counts them its own way, with locked instructions on both sides. Where the platform has
+// no heavy barrier (Light() false) a plain store is not enough: a caller either does without
+// the records or orders both sides itself (sequentially consistent stores and loads). A thread finds its record through a Ticket that the caller keeps in a thread_local of its
 // own, so that the lookup is one comparison.
 //
 // Constant-initialised and trivially destructible: a registry at namespace scope is valid from
@@ -66,12 +67,13 @@ public:
             static std::atomic<uint64_t> serials{0};
             serial_.store(serials.fetch_add(1, std::memory_order_relaxed) + 1,
                           std::memory_order_relaxed);
-            light_.store(platform::PrepareHeavyBarrier(), std::memory_order_release);
+            light_.store(platform::PrepareHeavyBarrier(), std::memory_order_relaxed);
+            decidedFlag_.store(true, std::memory_order_release);
         }
     }
     bool Light() const noexcept { return light_.load(std::memory_order_relaxed); }
 
-    // The calling thread's record; null without the heavy barrier or when all are taken.
+    // The calling thread's record; null before Prepare or when all are taken.
     Record* Own(Ticket& ticket) noexcept {
         if (ticket.serial == serial_.load(std::memory_order_relaxed)) {
             return ticket.record;
@@ -96,13 +98,20 @@ public:
         }
     }
 
+    // The records claimed so far are At(0) to At(Claimed() - 1).
+    uint32_t Claimed() const noexcept {
+        const uint32_t claimed = claimed_.load(std::memory_order_acquire);
+        return claimed < kRecords ? claimed : kRecords;
+    }
+    const Record& At(uint32_t index) const noexcept { return records_[index]; }
+
     // The sum of `count(word)` over every word of every claimed record (acquire loads), or
     // only of the records claimed through `owner` (a thread's own ticket) when it is given.
     template <typename Count>
     uint64_t Sum(Count count, const Ticket* owner = nullptr) const noexcept {
         uint64_t total = 0;
-        const uint32_t claimed = claimed_.load(std::memory_order_acquire);
-        for (uint32_t r = 0; r < claimed && r < kRecords; ++r) {
+        const uint32_t claimed = Claimed();
+        for (uint32_t r = 0; r < claimed; ++r) {
             if (owner != nullptr && records_[r].owner.load(std::memory_order_relaxed) != owner) {
                 continue;
             }
@@ -114,9 +123,9 @@ public:
     }
 
 private:
-    // Null, and nothing claimed, while the registry is not light (asked again next time).
+    // Null, and nothing claimed, before Prepare (asked again next time).
     Record* Claim(Ticket& ticket) noexcept {
-        if (!light_.load(std::memory_order_acquire)) {
+        if (!decidedFlag_.load(std::memory_order_acquire)) {
             return nullptr;
         }
         // Records are never given back: a thread keeps its record for the life of the process.
@@ -132,6 +141,7 @@ private:
 
     std::atomic<uint64_t> serial_{0};  // 0 until Prepare
     std::atomic<bool> light_{false};
+    std::atomic<bool> decidedFlag_{false};  // Prepare ran: records may be claimed
     bool decided_ = false;  // rare path only
     std::atomic<uint32_t> claimed_{0};
     Record records_[kRecords];

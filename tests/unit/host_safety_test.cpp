@@ -9,6 +9,7 @@
 #include <stdexcept>
 #include <thread>
 
+#include "engine/engine_gate.h"
 #include "input_test_helpers.h"
 #include "orbperix/orbperix_c.h"
 #include "perix_sim_peer.h"
@@ -380,6 +381,50 @@ TEST_F(HostSafety, CWaitForListenersOutlastsACallThatFoundItsListenerBeforeTheDe
     EXPECT_EQ(0, state.ownWait) << "a listener's own call is not waited for";
     EXPECT_EQ(0, orbperix_input_deinit(cProvider));
     EXPECT_EQ(1, orbperix_destroy_input_provider(cProvider));
+}
+
+// The wait for callbacks under way, below the C layer: it waits for a callback that started
+// before it (counted once however deeply it nests), and is not held up by callbacks that keep
+// starting on another thread afterwards.
+TEST(CallbackWait, WaitsForTheCallbacksUnderWayAndNotForLaterOnes) {
+    // A live load, so that the gate chooses its announcement scheme as under a real engine.
+    ASSERT_TRUE(OrbPerix::engine::Reserve());
+    OrbPerix::engine::Publish(OrbPERIXHandler{}, ButtonHandlerSource{}, AudioHandlerSource{},
+                              RefreshHandlerSource{});
+    std::atomic<bool> entered{false};
+    std::atomic<bool> innerDone{false};
+    std::atomic<bool> release{false};
+    std::thread held([&] {
+        OrbPerix::engine::CallbackScope outer;
+        {
+            OrbPerix::engine::CallbackScope inner;
+        }
+        innerDone = true;
+        entered = true;
+        WaitFor(release, 10000);
+    });
+    ASSERT_TRUE(WaitFor(entered));
+    ASSERT_TRUE(innerDone.load());
+    std::atomic<bool> stop{false};
+    std::atomic<uint64_t> later{0};
+    std::thread stream([&] {
+        while (!stop.load()) {
+            OrbPerix::engine::CallbackScope scope;
+            later.fetch_add(1);
+            std::this_thread::yield();
+        }
+    });
+    EXPECT_FALSE(OrbPerix::engine::WaitForCallbacks(50)) << "the held callback still runs";
+    release = true;
+    held.join();
+    EXPECT_TRUE(OrbPerix::engine::WaitForCallbacks(5000));
+    stop = true;
+    stream.join();
+    EXPECT_GT(later.load(), 0u);
+    {
+        OrbPerix::engine::CallbackScope own;
+        EXPECT_TRUE(OrbPerix::engine::WaitForCallbacks(50)) << "the caller's own callback";
+    }
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/platform.h"
 #include "provider/source_provider.h"
 #include "provider_tables.h"
 #include "source_test_helpers.h"
@@ -134,6 +135,46 @@ TEST_F(SourceRefresh, WriteTimeCountsFromConstructionAndOnlyForAcceptedWrites) {
     EXPECT_EQ(first, provider.LastWriteTimeMs()) << "a refused write records nothing";
     ASSERT_EQ(0, provider.PartialRefreshWriteStreamBuffer(&service, &byte, 1));
     EXPECT_GE(provider.LastWriteTimeMs(), first + 20);
+}
+
+// Milliseconds on the precise clock since the source kind's time base.
+int64_t PreciseMsSinceTimeBase() {
+    const OrbPerix::SourceClassState& state = OrbPerix::SourceState();
+    return (OrbPerix::platform::PerformanceCounter() - state.clockStart.load()) * 1000 /
+           state.clockFrequency.load();
+}
+
+// The stamp comes from the coarse clock and is recomputed only when that reading moves: it must
+// still sit between the precise time before and after each write, short of it by no more than a
+// tick (a few kernel ticks at most, well inside the 50 ms that anything compares at), and a
+// time base restarted by a newer provider must show at once.
+TEST_F(SourceRefresh, WriteTimeTracksThePreciseClockWithinATickAndFollowsARestartedTimeBase) {
+    constexpr int64_t kTickMs = 25;
+    OrbPerix::SourceProvider provider(LiveEngineLoad());
+    ServiceInfo service{"p", "s", 11};
+    uint8_t byte = 0;
+    uint32_t previous = 0;
+    for (int round = 0; round < 40; ++round) {
+        const int64_t before = PreciseMsSinceTimeBase();
+        for (int write = 0; write < 50; ++write) {
+            ASSERT_EQ(0, provider.PartialRefreshWriteStreamBuffer(&service, &byte, 1));
+        }
+        const int64_t after = PreciseMsSinceTimeBase();
+        const int64_t stamp = provider.LastWriteTimeMs();
+        EXPECT_LE(stamp, after) << "round " << round;
+        EXPECT_GE(stamp, before - kTickMs) << "round " << round;
+        EXPECT_GE(stamp, previous) << "round " << round;
+        previous = static_cast<uint32_t>(stamp);
+        OrbPerix::platform::SleepMilliseconds(round % 4 == 0 ? 20 : 1);
+    }
+    ASSERT_GE(previous, 60u) << "the rounds span well over a tick";
+
+    // A newer provider restarts the kind's time base; the next write of the older one counts
+    // from there, even within the coarse clock's current tick.
+    OrbPerix::SourceProvider newer(LiveEngineLoad());
+    ASSERT_EQ(0, provider.PartialRefreshWriteStreamBuffer(&service, &byte, 1));
+    EXPECT_LE(provider.LastWriteTimeMs(), static_cast<uint32_t>(PreciseMsSinceTimeBase()));
+    EXPECT_LT(provider.LastWriteTimeMs(), previous);
 }
 
 TEST_F(SourceNotify, DeliveriesWithoutASessionOrListenerAreMinus13) {
