@@ -12,6 +12,7 @@
 
 #include "capture/capture.h"
 #include "orbperix/engine_tables.h"
+#include "platform/platform.h"
 
 namespace OrbPerix {
 
@@ -43,7 +44,7 @@ void Describe(Record&, const T&) noexcept {}
 // Calls `entry` and records it. `kind` overrides what the operation's data buffer holds
 // (kNone: as the operation says).
 template <typename Result, typename... Params, typename... Args>
-[[gnu::cold, gnu::noinline]] Result TracedCall(PayloadKind kind, const EngineLoad& load, Result (*entry)(Params...),
+ORBPERIX_COLD Result TracedCall(PayloadKind kind, const EngineLoad& load, Result (*entry)(Params...),
                   Args&&... args) noexcept {
     const Operation operation = IdentifyOperation(load, reinterpret_cast<void (*)(void)>(entry));
     Record record(Direction::kLibraryToEngine, operation.name,

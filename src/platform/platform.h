@@ -24,6 +24,19 @@
 #define ORBPERIX_UNLIKELY(condition) (condition)
 #endif
 
+// A function kept out of its callers and laid apart as rarely run (failure lines on hot paths),
+// and one always inlined into them (a hot path's own step).
+#if defined(__GNUC__) || defined(__clang__)
+#define ORBPERIX_COLD [[gnu::cold, gnu::noinline]]
+#define ORBPERIX_ALWAYS_INLINE [[gnu::always_inline]] inline
+#elif defined(_MSC_VER)
+#define ORBPERIX_COLD __declspec(noinline)
+#define ORBPERIX_ALWAYS_INLINE __forceinline
+#else
+#define ORBPERIX_COLD
+#define ORBPERIX_ALWAYS_INLINE inline
+#endif
+
 // Thread-local storage of a trivial type defined in one file and read inline from others: the
 // GNU form skips the check for a dynamic initialiser that `thread_local` makes on every such read.
 #if defined(__GNUC__) || defined(__clang__)

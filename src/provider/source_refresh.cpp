@@ -47,7 +47,7 @@ constexpr const char* kWriteScope = "OrbPerix::SourceProvider::PartialRefreshWri
 // The write path's failure lines, out of line: inlined, the log stream's setup is hoisted into
 // every write's prologue.
 template <typename... Parts>
-[[gnu::cold, gnu::noinline]] void LogWriteError(const Parts&... parts) noexcept {
+ORBPERIX_COLD void LogWriteError(const Parts&... parts) noexcept {
     log::Trace(LOG_MESSAGE_ERROR, kWriteScope, parts...);
 }
 
@@ -95,7 +95,7 @@ int SourceProvider::ClosePartialRefresh(ServiceInfo* service) {
 // while its reading stands still (a kernel tick) the stamp cannot change, so the division and
 // the stores are skipped. The time base is read on every write: a provider constructed since
 // restarts it, and the comparison is of ticks since the base, so a restart is seen at once.
-[[gnu::always_inline]] inline void SourceProvider::StampWriteTime() noexcept {
+ORBPERIX_ALWAYS_INLINE void SourceProvider::StampWriteTime() noexcept {
     const int64_t ticks =
         platform::CoarseCounter() - state_.clockStart.load(std::memory_order_relaxed);
     if (ticks == lastWriteTicks_.load(std::memory_order_relaxed)) {
