@@ -94,37 +94,38 @@ inline bool TextView(const char* text, int32_t length, std::string_view* out) no
 
 // A text for the engine, read as TextView does, and NUL-terminated at its size as every text
 // the library hands the engine is: the engine's records carry the length, but an engine that
-// reads to the NUL must not run past a host's buffer. A text given with its length is copied
-// (onto the stack when short); a NUL-terminated one is used in place. May throw std::bad_alloc.
+// reads to the NUL must not run past a host's buffer. A NUL-terminated text is used in place;
+// one given with its length is copied onto the stack. Nothing here owns memory, so the posting
+// path that uses it builds no object with a destructor.
 class EngineText {
 public:
+    enum Outcome { kRead, kBad, kTooLong };  // kTooLong: the caller copies it to the heap
+    static constexpr size_t kInPlace = 260;  // room for any peer id the engine names
+
     EngineText() noexcept = default;
     EngineText(const EngineText&) = delete;
     EngineText& operator=(const EngineText&) = delete;
 
-    bool Read(const char* text, int32_t length) {
+    Outcome Read(const char* text, int32_t length) noexcept {
         if (!TextView(text, length, &view_)) {
-            return false;
+            return kBad;
         }
         if (text == nullptr || length == ORBPERIX_C_NUL_TERMINATED) {
-            return true;  // "" or the host's C string
+            return kRead;  // "" or the host's C string
         }
-        if (view_.size() < sizeof(small_)) {
-            std::memcpy(small_, view_.data(), view_.size());
-            small_[view_.size()] = '\0';
-            view_ = std::string_view(small_, view_.size());
-        } else {
-            copy_.assign(view_.data(), view_.size());
-            view_ = copy_;
+        if (view_.size() >= sizeof(buffer_)) {
+            return kTooLong;
         }
-        return true;
+        std::memcpy(buffer_, view_.data(), view_.size());
+        buffer_[view_.size()] = '\0';
+        view_ = std::string_view(buffer_, view_.size());
+        return kRead;
     }
     std::string_view View() const noexcept { return view_; }
 
 private:
     std::string_view view_;
-    char small_[96];
-    std::string copy_;
+    char buffer_[kInPlace];
 };
 
 // TextView copied into a string. May throw std::bad_alloc.

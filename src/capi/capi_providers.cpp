@@ -8,6 +8,7 @@
 
 #include "capi/c_listener.h"
 #include "capi/capi_common.h"
+#include "platform/platform.h"
 #include "provider/input_provider.h"
 #include "provider/source_provider.h"
 #include "wire/event_kind.h"
@@ -304,6 +305,35 @@ int orbperix_input_close_button(uint64_t provider, const orbperix_service* servi
         [=](IInputProvider& p, ServiceInfo* s) { return p.CloseButton(s, reserved1, reserved2); });
 }
 
+namespace {
+
+// The post with the texts ready for the engine; the event's bytes copied into a C++ record.
+int PostTexts(InputProvider& input, std::string_view deviceId, std::string_view serviceId,
+              const orbperix_remote_event* event) {
+    if (event == nullptr) {
+        return input.PostRemoteCtrlEventTo(deviceId, serviceId, nullptr);
+    }
+    RemoteCtrlEvent copy;
+    CopyEvent(*event, &copy);
+    return input.PostRemoteCtrlEventTo(deviceId, serviceId, &copy);
+}
+
+// Texts given with lengths too long for the stack: NUL-terminated copies on the heap (rare:
+// identities are short). May throw std::bad_alloc.
+ORBPERIX_COLD int PostHeapTexts(InputProvider& input, const orbperix_service& service,
+                                const orbperix_remote_event* event) {
+    std::string deviceId;
+    std::string serviceId;
+    if (!TextOf(service.device_id, service.device_id_len, &deviceId) ||
+        !TextOf(service.service_id, service.service_id_len, &serviceId)) {
+        return Fail(ORBPERIX_C_SCOPE(orbperix_input_post_remote_ctrl_event),
+                    ORBPERIX_C_INVALID_ARGUMENT, kBadText);
+    }
+    return PostTexts(input, deviceId, serviceId, event);
+}
+
+}  // namespace
+
 int orbperix_input_post_remote_ctrl_event(uint64_t provider, const orbperix_service* service,
                                           const orbperix_remote_event* event) {
     static const char* const kScope = ORBPERIX_C_SCOPE(orbperix_input_post_remote_ctrl_event);
@@ -313,20 +343,18 @@ int orbperix_input_post_remote_ctrl_event(uint64_t provider, const orbperix_serv
             // The C++ operation's own refusal (its line, -2), whatever the event.
             return input.PostRemoteCtrlEvent(nullptr, nullptr);
         }
-        // NUL-terminated texts are used in place (they outlive the call); texts with a length
-        // are terminated in a copy of their own.
         EngineText deviceId;
         EngineText serviceId;
-        if (!deviceId.Read(service->device_id, service->device_id_len) ||
-            !serviceId.Read(service->service_id, service->service_id_len)) {
+        const EngineText::Outcome device = deviceId.Read(service->device_id, service->device_id_len);
+        const EngineText::Outcome serviceText =
+            serviceId.Read(service->service_id, service->service_id_len);
+        if (device == EngineText::kBad || serviceText == EngineText::kBad) {
             return Fail(kScope, ORBPERIX_C_INVALID_ARGUMENT, kBadText);
         }
-        if (event == nullptr) {
-            return input.PostRemoteCtrlEventTo(deviceId.View(), serviceId.View(), nullptr);
+        if (device == EngineText::kTooLong || serviceText == EngineText::kTooLong) {
+            return PostHeapTexts(input, *service, event);
         }
-        RemoteCtrlEvent copy;
-        CopyEvent(*event, &copy);
-        return input.PostRemoteCtrlEventTo(deviceId.View(), serviceId.View(), &copy);
+        return PostTexts(input, deviceId.View(), serviceId.View(), event);
     });
 }
 

@@ -304,6 +304,16 @@ static void InputSession(void) {
     perix_sim_packet raw;
     CHECK_EQ(perix_sim_peer_get_packet(3 * events, &raw), 0);
     CHECK(raw.length == 3 && memcmp(raw.bytes, payload, 3) == 0);
+    /* A service id given by a length beyond the wrapper's stack copy reaches the engine whole
+       and NUL-terminated (the simulated engine checks the NUL). */
+    char longService[320];
+    memset(longService, 'x', sizeof(longService));
+    orbperix_service longText = Service("peer-A", longService, 6);
+    longText.service_id_len = 300;
+    CHECK_EQ(orbperix_input_post_remote_ctrl_event(input, &longText, &kEvents[0]), 0);
+    CHECK_EQ(perix_sim_find_call(PERIX_SIM_BUTTON, 3, perix_sim_count_calls(PERIX_SIM_BUTTON, 3) - 1,
+                                 &call), 0);
+    CHECK_EQ(call.values[1], 300u);
     orbperix_binary binary = {1, 2, payload, 3};
     CHECK_EQ(orbperix_input_send_data(input, "peer-A", -1, &binary), 0);
     CHECK_EQ(orbperix_input_send_data_no_result(input, "peer-Axx", 6, &binary), 0);
