@@ -345,7 +345,8 @@ int orbperix_input_post_remote_ctrl_event(uint64_t provider, const orbperix_serv
         }
         EngineText deviceId;
         EngineText serviceId;
-        const EngineText::Outcome device = deviceId.Read(service->device_id, service->device_id_len);
+        const EngineText::Outcome device =
+            deviceId.Read(service->device_id, service->device_id_len);
         const EngineText::Outcome serviceText =
             serviceId.Read(service->service_id, service->service_id_len);
         if (device == EngineText::kBad || serviceText == EngineText::kBad) {

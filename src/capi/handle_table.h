@@ -12,9 +12,9 @@
 // asymmetric barrier, a thread announces its Use (its handle) in its record of an Announcements
 // registry (the first kThreadRecords threads get one, kNested Uses deep) and then checks the
 // slot's word; Remove sets the dying bit, flushes (after which every thread either sees the bit
-// or has its announcement visible) and counts the announcements of the handle. Elsewhere, past those limits, a
-// Use is counted in the slot's word by a compare-and-swap that succeeds only while the word
-// still names the same live generation. Add and Remove (create and destroy, rare) take the
+// or has its announcement visible) and counts the announcements of the handle. Elsewhere, past
+// those limits, a Use is counted in the slot's word by a compare-and-swap that succeeds only
+// while the word still names the same live generation. Add and Remove (create and destroy, rare) take the
 // table's mutex. Remove marks the slot dying (no new Use) and waits until the Uses of other
 // threads on it have ended, so that the caller (destroy) can drop the object knowing no call is
 // still running on it; a Use that ends on a dying slot takes the mutex to wake it. A Use held by

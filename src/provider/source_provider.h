@@ -4,8 +4,8 @@
 // partial-refresh deliveries to the host's listener as private copies.
 //
 // Its connection and services operations are SessionProvider's, run for the source kind: the
-// code it shares with the input provider. The session store, the initialised flag and the time base are
-// class-wide: shared by every SourceProvider in the process, separate from the input
+// code it shares with the input provider. The session store, the initialised flag and the time
+// base are class-wide: shared by every SourceProvider in the process, separate from the input
 // provider's.
 //
 // Threading: host threads call the operations; AudioNotify, PartialRefreshNotify and the

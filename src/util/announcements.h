@@ -12,12 +12,13 @@
 // the rare path, or its check after announcing sees the condition. Withdraw is a release
 // store, so what the hot path did happens before a rare path that reads the withdrawn word.
 //
-// The first kRecords threads to ask (once the registry is prepared) get a record of kWords words,
-// kept for the life of the process (no thread-exit work). Later threads get none: the caller
-// then counts them its own way, with locked instructions on both sides. Where the platform has
-// no heavy barrier (Light() false) a plain store is not enough: a caller either does without
-// the records or orders both sides itself (sequentially consistent stores and loads). A thread finds its record through a Ticket that the caller keeps in a thread_local of its
-// own, so that the lookup is one comparison.
+// The first kRecords threads to ask (once the registry is prepared) get a record of kWords
+// words, kept for the life of the process (no thread-exit work). Later threads get none: the
+// caller then counts them its own way, with locked instructions on both sides. Where the
+// platform has no heavy barrier (Light() false) a plain store is not enough: a caller either
+// does without the records or orders both sides itself (sequentially consistent stores and
+// loads). A thread finds its record through a Ticket that the caller keeps in a thread_local of
+// its own, so that the lookup is one comparison.
 //
 // Constant-initialised and trivially destructible: a registry at namespace scope is valid from
 // the library's load to its unload without an initialisation guard.
