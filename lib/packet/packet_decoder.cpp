@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "orbperix/remote_ctrl_event.h"
+#include "wire/coding.h"
 #include "wire/event_kind.h"
 
 namespace OrbPerix {
@@ -15,12 +16,9 @@ constexpr size_t kBodyHeadSize = 3;
 constexpr size_t kTimestampSize = 4;
 constexpr size_t kMaxTextLength = 472;
 
-uint16_t Fixed16BE(const uint8_t* p) { return static_cast<uint16_t>((p[0] << 8) | p[1]); }
-uint16_t Fixed16LE(const uint8_t* p) { return static_cast<uint16_t>((p[1] << 8) | p[0]); }
-uint32_t Fixed32BE(const uint8_t* p) {
-    return (static_cast<uint32_t>(p[0]) << 24) | (static_cast<uint32_t>(p[1]) << 16) |
-           (static_cast<uint32_t>(p[2]) << 8) | static_cast<uint32_t>(p[3]);
-}
+using coding::GetFixed16BE;
+using coding::GetFixed16LE;
+using coding::GetFixed32BE;
 
 std::string Hex(unsigned value, int width = 2) {
     char text[16];
@@ -117,7 +115,7 @@ bool DecodePacket(const uint8_t* data, size_t size, DecodedPacket* out, std::str
         return Fail(reason, "truncated: " + std::to_string(size) +
                                 " bytes, the header alone takes 10");
     }
-    const uint16_t length = Fixed16BE(data + 2);
+    const uint16_t length = GetFixed16BE(data + 2);
     if (length != size) {
         return Fail(reason, "length field says " + std::to_string(length) +
                                 " but the packet has " + std::to_string(size) + " bytes");
@@ -155,7 +153,7 @@ bool DecodePacket(const uint8_t* data, size_t size, DecodedPacket* out, std::str
     packet.length = length;
     packet.tag = data[4];
     packet.code = body[0];
-    packet.bodyLength = Fixed16BE(body + 1);
+    packet.bodyLength = GetFixed16BE(body + 1);
 
     KindInfo info{};
     if (!IdentifyKind(packetClass, packet.code, packet.bodyLength, &info)) {
@@ -181,7 +179,7 @@ bool DecodePacket(const uint8_t* data, size_t size, DecodedPacket* out, std::str
             if (available < 5) {
                 return Fail(reason, "truncated " + packet.name + " body: no length");
             }
-            const size_t textLength = Fixed16BE(body + 3);
+            const size_t textLength = GetFixed16BE(body + 3);
             const size_t minimum = info.kind == Kind::kMessage ? 3 : 1;
             if (textLength < minimum || textLength > kMaxTextLength) {
                 return Fail(reason, packet.name + " length " + std::to_string(textLength) +
@@ -233,7 +231,7 @@ bool DecodePacket(const uint8_t* data, size_t size, DecodedPacket* out, std::str
             const size_t count = body[3];
             for (size_t i = 0; i < count; ++i) {
                 const uint8_t* p = body + 4 + 5 * i;
-                packet.pointers.push_back({p[0], Fixed16BE(p + 1), Fixed16BE(p + 3)});
+                packet.pointers.push_back({p[0], GetFixed16BE(p + 1), GetFixed16BE(p + 3)});
             }
             // Each pointer reserves 9 bytes of which 5 are filled; the tail must be zero.
             for (size_t i = 4 + 5 * count; i < bodySize; ++i) {
@@ -248,17 +246,17 @@ bool DecodePacket(const uint8_t* data, size_t size, DecodedPacket* out, std::str
             if (body[3] != 0) {
                 return Fail(reason, "reserved key byte is " + Hex(body[3]) + ", not 0");
             }
-            packet.keyValue1 = Fixed16BE(body + 4);
-            packet.keyValue2 = Fixed16BE(body + 6);
-            packet.keyValue3 = Fixed32BE(body + 8);
+            packet.keyValue1 = GetFixed16BE(body + 4);
+            packet.keyValue2 = GetFixed16BE(body + 6);
+            packet.keyValue3 = GetFixed32BE(body + 8);
             break;
         case Kind::kZoom:
-            packet.x = Fixed16BE(body + 3);
-            packet.y = Fixed16BE(body + 5);
-            packet.zoomValue = Fixed16LE(body + 7);
+            packet.x = GetFixed16BE(body + 3);
+            packet.y = GetFixed16BE(body + 5);
+            packet.zoomValue = GetFixed16LE(body + 7);
             break;
         case Kind::kScroll:
-            packet.scrollValue = Fixed16BE(body + 3);
+            packet.scrollValue = GetFixed16BE(body + 3);
             break;
         case Kind::kMouse:
         case Kind::kInputFocus:
@@ -268,7 +266,7 @@ bool DecodePacket(const uint8_t* data, size_t size, DecodedPacket* out, std::str
                 packet.focusFlag = body[3];
             }
             for (size_t i = 0; i < 4; ++i) {
-                packet.values[i] = Fixed16BE(body + 4 + 2 * i);
+                packet.values[i] = GetFixed16BE(body + 4 + 2 * i);
             }
             break;
         case Kind::kInputContent:
@@ -281,22 +279,22 @@ bool DecodePacket(const uint8_t* data, size_t size, DecodedPacket* out, std::str
             }
             packet.wireButtons = wire;
             packet.buttons = static_cast<uint8_t>(((wire & 0x0Cu) >> 1) | (wire & 0x01u));
-            packet.wheelValue = Fixed16BE(body + 4);
-            packet.x = Fixed16BE(body + 6);
-            packet.y = Fixed16BE(body + 8);
+            packet.wheelValue = GetFixed16BE(body + 4);
+            packet.x = GetFixed16BE(body + 6);
+            packet.y = GetFixed16BE(body + 8);
             break;
         }
         case Kind::kVirtualKey:
-            packet.x = Fixed16BE(body + 3);
-            packet.y = Fixed16BE(body + 5);
+            packet.x = GetFixed16BE(body + 3);
+            packet.y = GetFixed16BE(body + 5);
             break;
         case Kind::kMessage:
-            packet.messageWord = Fixed16BE(body + 5);
+            packet.messageWord = GetFixed16BE(body + 5);
             packet.data.assign(body + 7, body + bodySize);
             break;
     }
 
-    packet.timestampMs = Fixed32BE(body + bodySize);
+    packet.timestampMs = GetFixed32BE(body + bodySize);
     packet.padded = padding != 0;
     if (packet.padded && data[size - 1] != 0) {
         return Fail(reason, "padding byte is " + Hex(data[size - 1]) + ", not 0");

@@ -13,6 +13,7 @@
 #include "log/log.h"
 #include "platform/platform.h"
 #include "util/no_destructor.h"
+#include "wire/coding.h"
 
 #ifndef ORBPERIX_VERSION_STRING
 #define ORBPERIX_VERSION_STRING "unknown"
@@ -372,7 +373,7 @@ bool WithholdText(uint8_t* packet, size_t size) noexcept {
         return false;
     }
     const uint8_t packetClass = packet[1];
-    const size_t textLength = (static_cast<size_t>(packet[13]) << 8) | packet[14];
+    const size_t textLength = coding::GetFixed16BE(packet + 13);
     size_t from = 0;
     size_t length = 0;
     if (packetClass == 2 && packet[10] == 0) {

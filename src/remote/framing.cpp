@@ -3,7 +3,7 @@
 #include "platform/platform.h"
 
 #include "log/log.h"
-#include "remote/coding.h"
+#include "wire/coding.h"
 #include "util/elapsed.h"
 
 namespace RemoteUtil {

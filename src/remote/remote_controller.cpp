@@ -6,7 +6,7 @@
 #include <cstring>
 
 #include "log/log.h"
-#include "remote/coding.h"
+#include "wire/coding.h"
 #include "wire/event_kind.h"
 #include "remote/framing.h"
 #include "util/result.h"

@@ -1,7 +1,8 @@
-// Byte-level helpers of the remote-control wire format: one per width and byte order, and the
-// single conversion of a coordinate to its 16-bit wire value. Pure functions, safe anywhere.
-#ifndef ORBPERIX_SRC_REMOTE_CODING_H_
-#define ORBPERIX_SRC_REMOTE_CODING_H_
+// Byte-level helpers of the remote-control wire format: a writer and a reader per width and
+// byte order, and the single conversion of a coordinate to its 16-bit wire value. Shared by the
+// library's encoder and the packet decoder below it. Pure functions, safe anywhere.
+#ifndef ORBPERIX_LIB_WIRE_CODING_H_
+#define ORBPERIX_LIB_WIRE_CODING_H_
 
 #include <cmath>
 #include <cstdint>
@@ -29,6 +30,18 @@ inline void PutFixed32BE(uint8_t* dst, uint32_t value) {
     dst[3] = static_cast<uint8_t>(value);
 }
 
+// REQUIRES: src holds 2 (or 4) bytes.
+inline uint16_t GetFixed16BE(const uint8_t* src) {
+    return static_cast<uint16_t>((src[0] << 8) | src[1]);
+}
+inline uint16_t GetFixed16LE(const uint8_t* src) {
+    return static_cast<uint16_t>((src[1] << 8) | src[0]);
+}
+inline uint32_t GetFixed32BE(const uint8_t* src) {
+    return (static_cast<uint32_t>(src[0]) << 24) | (static_cast<uint32_t>(src[1]) << 16) |
+           (static_cast<uint32_t>(src[2]) << 8) | static_cast<uint32_t>(src[3]);
+}
+
 // A coordinate or value on the wire: truncated toward zero to a 32-bit signed integer (a value
 // outside that range, or NaN, becomes 0), of which the low 16 bits are kept.
 inline uint16_t CoordinateToWire(double value) {
@@ -47,4 +60,4 @@ inline void PutCoordinate(uint8_t* dst, double value) { PutFixed16BE(dst, Coordi
 }  // namespace coding
 }  // namespace OrbPerix
 
-#endif  // ORBPERIX_SRC_REMOTE_CODING_H_
+#endif  // ORBPERIX_LIB_WIRE_CODING_H_
