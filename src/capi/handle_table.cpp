@@ -14,12 +14,6 @@ uint64_t MakeHandle(HandleKind kind, uint32_t generation, uint32_t index) noexce
            (static_cast<uint64_t>(index) + 1u);
 }
 
-// A slot's state word for a live object of `kind` and `generation`, no Use, not dying.
-uint64_t LiveState(HandleKind kind, uint32_t generation) noexcept {
-    return (static_cast<uint64_t>(generation & HandleTable::kGenerationMask) << 40) |
-           (static_cast<uint64_t>(kind) << 32);
-}
-
 // The innermost counted Use held by this thread (a chain through the counted Uses on its stack).
 thread_local const HandleTable::Use* t_innermost = nullptr;
 
@@ -82,9 +76,10 @@ uint64_t HandleTable::Add(HandleKind kind, std::shared_ptr<void> object) noexcep
         slot.object = std::move(object);
         slot.freeOnLastUse = false;
         // Publishes raw to the Acquire that sees this state.
-        slot.state.store(LiveState(kind, slot.generation), std::memory_order_release);
+        const uint64_t handle = MakeHandle(kind, slot.generation, index);
+        slot.state.store(NamedState(handle), std::memory_order_release);
         nextFree_ = (index + 1) % kSlots;
-        return MakeHandle(kind, slot.generation, index);
+        return handle;
     }
     return 0;
 }

@@ -14,10 +14,11 @@
 // slot's word; Remove sets the dying bit, flushes (after which every thread either sees the bit
 // or has its announcement visible) and counts the announcements of the handle. Elsewhere, past
 // those limits, a Use is counted in the slot's word by a compare-and-swap that succeeds only
-// while the word still names the same live generation. Add and Remove (create and destroy, rare) take the
-// table's mutex. Remove marks the slot dying (no new Use) and waits until the Uses of other
-// threads on it have ended, so that the caller (destroy) can drop the object knowing no call is
-// still running on it; a Use that ends on a dying slot takes the mutex to wake it. A Use held by
+// while the word still names the same live generation. Add and Remove (create and destroy,
+// rare) take the table's mutex. Remove marks the slot dying (no new Use) and waits until the
+// Uses of other threads on it have ended, so that the caller (destroy) can drop the object
+// knowing no call is still running on it; a Use that ends on a dying slot takes the mutex to
+// wake it. A Use held by
 // the removing thread itself (destroy from inside a listener that the same call triggered)
 // cannot be waited for: the slot then keeps the object until that Use ends, and it dies there.
 // No host code and no library operation runs under the mutex.
@@ -151,7 +152,8 @@ private:
         bool freeOnLastUse = false;        // GUARDED_BY(mutex_)
     };
 
-    // The state word a handle names: its generation and kind, no Use, not dying.
+    // The state word a handle names (a live slot's word): its generation and kind, no Use, not
+    // dying.
     static uint64_t NamedState(uint64_t handle) noexcept {
         return (((handle >> 32) & kGenerationMask) << 40) | ((handle >> 56) << 32);
     }

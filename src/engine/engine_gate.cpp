@@ -1,6 +1,5 @@
 #include "engine/engine_gate.h"
 
-#include <algorithm>
 #include <atomic>
 #include <new>
 
@@ -146,10 +145,11 @@ GateSlot* OwnSlot(ThreadState& self) noexcept {
 namespace detail {
 
 // The first call of a thread (which takes its slot), and every call of a thread without an
-// own slot (no heavy barrier on this platform, or past the own slots): counted in a shard.
+// own slot (no heavy barrier on this platform, or past the own slots): counted in a shard. A
+// thread moves to its slot only between calls, so that every Leave undoes its own Enter.
 bool EnterSlow(const EngineLoad& load) noexcept {
     ThreadState& self = detail::t_gate;
-    if (g_slots.Light() && OwnSlot(self) != nullptr) {
+    if (self.depth == 0 && g_slots.Light() && OwnSlot(self) != nullptr) {
         self.fast = self.own;
         return Enter(load);
     }

@@ -130,7 +130,8 @@ inline bool Enter(const EngineLoad& load) noexcept {
 inline void Leave() noexcept {
     detail::ThreadState& self = detail::t_gate;
     --self.depth;
-    // As Enter counted: `fast` is set once, before the first call counted in the own slot.
+    // As Enter counted: `fast` is set once, between calls, before the first one counted in the
+    // own slot.
     if (detail::GateSlot* const slot = self.fast) {
         std::atomic<uint64_t>& calls = slot->words[detail::kCalls];
         detail::GateSlots::Withdraw(calls, calls.load(std::memory_order_relaxed) - 1);
