@@ -124,13 +124,6 @@ inline int64_t CoarseCounter() noexcept {
 int64_t CoarseCounter() noexcept;
 #endif
 
-// Whole milliseconds in `elapsed` ticks at `frequency` ticks per second, truncated; 0 when
-// `elapsed` is not positive (a reading that still lies before its start) or the frequency is
-// not.
-inline int64_t WholeMilliseconds(int64_t elapsed, int64_t frequency) noexcept {
-    return frequency > 0 && elapsed > 0 ? elapsed * 1000 / frequency : 0;
-}
-
 // True once the process has begun to end (Windows: the loader is shutting down, other threads
 // are gone and the loader lock may be held). Teardown then lets threads go instead of joining
 // them. Elsewhere exit handlers run with every thread alive, and this stays false.

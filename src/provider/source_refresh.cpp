@@ -3,6 +3,7 @@
 #include "engine/engine_gate.h"
 #include "log/log.h"
 #include "platform/platform.h"
+#include "util/elapsed.h"
 #include "provider/source_provider.h"
 #include "provider/source_stream.h"
 #include "util/result.h"
@@ -102,8 +103,9 @@ ORBPERIX_ALWAYS_INLINE void SourceProvider::StampWriteTime() noexcept {
         return;
     }
     lastWriteTicks_.store(ticks, std::memory_order_relaxed);
-    const int64_t ms = platform::WholeMilliseconds(
-        ticks, state_.clockFrequency.load(std::memory_order_relaxed));
+    // The coarse reading may still lie before a time base just restarted: 0 then.
+    const int64_t frequency = state_.clockFrequency.load(std::memory_order_relaxed);
+    const int64_t ms = ticks > 0 ? ElapsedMilliseconds(ticks, 0, frequency) : 0;
     lastWriteTimeMs_.store(static_cast<uint32_t>(ms), std::memory_order_relaxed);
 }
 
