@@ -320,16 +320,11 @@ int PostTexts(InputProvider& input, std::string_view deviceId, std::string_view 
 
 // Texts given with lengths too long for the stack: NUL-terminated copies on the heap (rare:
 // identities are short). May throw std::bad_alloc.
-ORBPERIX_COLD int PostHeapTexts(InputProvider& input, const orbperix_service& service,
-                                const orbperix_remote_event* event) {
-    std::string deviceId;
-    std::string serviceId;
-    if (!TextOf(service.device_id, service.device_id_len, &deviceId) ||
-        !TextOf(service.service_id, service.service_id_len, &serviceId)) {
-        return Fail(ORBPERIX_C_SCOPE(orbperix_input_post_remote_ctrl_event),
-                    ORBPERIX_C_INVALID_ARGUMENT, kBadText);
-    }
-    return PostTexts(input, deviceId, serviceId, event);
+ORBPERIX_COLD int PostHeapTexts(InputProvider& input, std::string_view deviceId,
+                                std::string_view serviceId, const orbperix_remote_event* event) {
+    const std::string device(deviceId);
+    const std::string service(serviceId);
+    return PostTexts(input, device, service, event);
 }
 
 }  // namespace
@@ -353,7 +348,7 @@ int orbperix_input_post_remote_ctrl_event(uint64_t provider, const orbperix_serv
             return Fail(kScope, ORBPERIX_C_INVALID_ARGUMENT, kBadText);
         }
         if (device == EngineText::kTooLong || serviceText == EngineText::kTooLong) {
-            return PostHeapTexts(input, *service, event);
+            return PostHeapTexts(input, deviceId.View(), serviceId.View(), event);
         }
         return PostTexts(input, deviceId.View(), serviceId.View(), event);
     });
