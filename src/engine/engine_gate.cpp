@@ -84,8 +84,7 @@ void CloseAtExit() { CloseForExit(); }
 
 namespace detail {
 std::atomic<uint64_t> g_liveGeneration{0};
-ORBPERIX_TRIVIAL_THREAD_LOCAL ThreadState t_gate{{0, nullptr}, nullptr, nullptr, false, kNoShard,
-                                                 0, 0};
+ORBPERIX_TRIVIAL_THREAD_LOCAL ThreadState t_gate{{0, nullptr}, nullptr, false, kNoShard, 0, 0};
 }  // namespace detail
 
 const EngineLoad& NoEngine() noexcept { return kNoEngine; }
@@ -132,13 +131,8 @@ const EngineLoad& Publish(const OrbPERIXHandler& main, const ButtonHandlerSource
 
 namespace {
 
-GateSlot* OwnSlot(ThreadState& self) noexcept {
-    if (!self.ownTried) {
-        self.own = g_slots.Own(self.ticket);
-        self.ownTried = self.ticket.serial != 0;  // asked again until the registry is prepared
-    }
-    return self.own;
-}
+// This thread's own slot, or null (before the first Publish, or none left).
+GateSlot* OwnSlot(ThreadState& self) noexcept { return g_slots.Own(self.ticket); }
 
 }  // namespace
 
@@ -149,9 +143,11 @@ namespace detail {
 // thread moves to its slot only between calls, so that every Leave undoes its own Enter.
 bool EnterSlow(const EngineLoad& load) noexcept {
     ThreadState& self = detail::t_gate;
-    if (self.depth == 0 && g_slots.Light() && OwnSlot(self) != nullptr) {
-        self.fast = self.own;
-        return Enter(load);
+    if (self.depth == 0 && g_slots.Light()) {
+        self.fast = OwnSlot(self);
+        if (self.fast != nullptr) {
+            return Enter(load);
+        }
     }
     if (self.shard == kNoShard) {
         self.shard = g_nextShard.fetch_add(1, std::memory_order_relaxed) % kShards;
@@ -212,7 +208,9 @@ CallbackScope::CallbackScope() noexcept {
     if (self.callbacks++ != 0) {
         return;  // nested callbacks of one thread count once
     }
-    if (GateSlot* own = OwnSlot(self)) {
+    GateSlot* own = OwnSlot(self);
+    self.callbackInSlot = own != nullptr;
+    if (own != nullptr) {
         std::atomic<uint64_t>& turn = own->words[kCallbackTurn];
         const uint64_t next = turn.load(std::memory_order_relaxed) + 1;
         // The announcement must be seen by a waiter before this callback looks its listener
@@ -242,9 +240,9 @@ CallbackScope::~CallbackScope() {
     if (--self.callbacks != 0) {
         return;
     }
-    if (self.own != nullptr) {
+    if (self.callbackInSlot) {
         // What the listener did happens before a waiter that sees the turn move on.
-        std::atomic<uint64_t>& turn = self.own->words[kCallbackTurn];
+        std::atomic<uint64_t>& turn = self.ticket.record->words[kCallbackTurn];
         detail::GateSlots::Withdraw(turn, turn.load(std::memory_order_relaxed) + 1);
     } else {
         g_callbacksInEpoch[t_callbackEpoch & 1].inFlight.fetch_sub(1, std::memory_order_release);
@@ -265,10 +263,10 @@ bool WaitForCallbacks(uint32_t timeoutMs) noexcept {
     for (uint32_t i = 0; i < claimed; ++i) {
         const GateSlot& slot = g_slots.At(i);
         const uint64_t slotTurn = slot.words[kCallbackTurn].load(std::memory_order_seq_cst);
-        busy[i] = (slotTurn & 1) != 0 && &slot != detail::t_gate.own ? slotTurn : 0;
+        busy[i] = (slotTurn & 1) != 0 && &slot != detail::t_gate.ticket.record ? slotTurn : 0;
     }
     // The calling thread's own callback, when it runs one that counted in the old epoch.
-    const uint32_t own = (detail::t_gate.callbacks != 0 && detail::t_gate.own == nullptr &&
+    const uint32_t own = (detail::t_gate.callbacks != 0 && !detail::t_gate.callbackInSlot &&
                           (t_callbackEpoch & 1) == (epoch & 1))
                              ? 1
                              : 0;

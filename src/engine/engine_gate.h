@@ -83,10 +83,9 @@ constexpr uint32_t kCalls = 0;
 constexpr uint32_t kCallbackTurn = 1;
 // Trivially destructible, so no thread-exit work is registered for it.
 struct ThreadState {
-    GateSlots::Ticket ticket;  // this thread's claim in the registry
+    GateSlots::Ticket ticket;  // this thread's claim in the registry (its own slot, if any)
     GateSlot* fast;      // the own slot once the gate counts this thread's calls there
-    GateSlot* own;       // this thread's own slot (callbacks always use it), or null
-    bool ownTried;       // a slot was asked for already
+    bool callbackInSlot;  // the outermost callback under way was counted in the own slot
     uint32_t shard;
     uint32_t depth;      // calls of this thread inside the engine (nested through callbacks)
     uint32_t callbacks;  // engine callbacks this thread is running

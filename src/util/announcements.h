@@ -63,13 +63,12 @@ public:
     // that a ticket of an earlier registry at the same address (tests make and drop tables) is
     // never taken for one of this. REQUIRES: callers serialised.
     void Prepare() noexcept {
-        if (!decided_) {
-            decided_ = true;
+        if (!prepared_.load(std::memory_order_relaxed)) {
             static std::atomic<uint64_t> serials{0};
             serial_.store(serials.fetch_add(1, std::memory_order_relaxed) + 1,
                           std::memory_order_relaxed);
             light_.store(platform::PrepareHeavyBarrier(), std::memory_order_relaxed);
-            decidedFlag_.store(true, std::memory_order_release);
+            prepared_.store(true, std::memory_order_release);
         }
     }
     bool Light() const noexcept { return light_.load(std::memory_order_relaxed); }
@@ -126,7 +125,7 @@ public:
 private:
     // Null, and nothing claimed, before Prepare (asked again next time).
     Record* Claim(Ticket& ticket) noexcept {
-        if (!decidedFlag_.load(std::memory_order_acquire)) {
+        if (!prepared_.load(std::memory_order_acquire)) {
             return nullptr;
         }
         // Records are never given back: a thread keeps its record for the life of the process.
@@ -142,8 +141,7 @@ private:
 
     std::atomic<uint64_t> serial_{0};  // 0 until Prepare
     std::atomic<bool> light_{false};
-    std::atomic<bool> decidedFlag_{false};  // Prepare ran: records may be claimed
-    bool decided_ = false;  // rare path only
+    std::atomic<bool> prepared_{false};  // Prepare ran: records may be claimed
     std::atomic<uint32_t> claimed_{0};
     Record records_[kRecords];
 };
