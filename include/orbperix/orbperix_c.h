@@ -464,7 +464,7 @@ ORBPERIX_API int orbperix_source_send_by_handler(orbperix_source_handle provider
 
 /* 0. */
 ORBPERIX_API int orbperix_sink_init(orbperix_sink_handle provider);
-/* 0; releases the Mesh handle when initialised. */
+/* 0; releases the Mesh handle when initialised (not when a disconnect released it already). */
 ORBPERIX_API int orbperix_sink_deinit(orbperix_sink_handle provider);
 /* Creates the Mesh handle when there is none and starts the engine's service. 0; -5 server port
  * 0 (after the engine call, as in C++); -13 no Mesh handle; the engine's result. A null record
@@ -475,10 +475,12 @@ ORBPERIX_API int orbperix_sink_connect_device(orbperix_sink_handle provider,
 /* 0 when the Mesh handle exists or was created; -13 when the engine gave none. */
 ORBPERIX_API int orbperix_sink_create_mesh_provider(orbperix_sink_handle provider,
                                                     const orbperix_device_info* device);
-/* The engine's release result. */
+/* The engine's release result: the engine releases the Mesh handle. The sink keeps it, but
+ * later calls do not pass it to the engine: they return -13 until deinit; after deinit and init
+ * the next connect creates a new one. -13 with one line when there is no live handle. */
 ORBPERIX_API int orbperix_sink_disconnect_device(orbperix_sink_handle provider,
                                                  const orbperix_device_info* device, void* arg);
-/* The engine's connection status. */
+/* The engine's connection status; -13 without asking the engine after a disconnect. */
 ORBPERIX_API int orbperix_sink_get_connection_status(orbperix_sink_handle provider);
 /* The engine's result; `callback` goes to the engine unchanged. */
 ORBPERIX_API int orbperix_sink_register_engine_callback(orbperix_sink_handle provider,

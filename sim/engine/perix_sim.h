@@ -12,13 +12,11 @@
  * calling thread.
  *
  * The engine is strict, as a real closed engine is, so that faults of the library show:
- * - Service handles are heap blocks. PERIXReleaseServiceHandle(handle, NULL, arg) releases one:
- *   the block is poisoned and kept in a quarantine (its address is not reused until
+ * - Service handles are heap blocks. PERIXReleaseServiceHandle releases one, whatever follows
+ *   the handle (the sink provider's disconnect passes its device record and argument too): the
+ *   block is poisoned and kept in a quarantine (its address is not reused until
  *   perix_sim_reset). Any later slot call with that handle, a second release, or a call with a
  *   non-null handle that was never issued, is a VIOLATION. A null handle is not one.
- *   PERIXReleaseServiceHandle(handle, deviceInfo, arg) with a non-null second argument is the
- *   sink provider's "disconnect this device from the mesh handle": recorded, and the handle
- *   stays live.
  * - A violation prints one line "perix_sim: STRICT ENGINE VIOLATION: ..." to stderr, is
  *   counted, and aborts the process unless perix_sim_set_abort_on_violation(0).
  * - Callback records are kept by address, as registered (PERIXRegisterListener per handle, the

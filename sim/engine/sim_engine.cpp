@@ -143,9 +143,9 @@ void* SimPERIXCreateServiceHandle(const PERIXInfo* info) {
 int SimPERIXReleaseServiceHandle(void* handle, void* arg1, void* arg2) {
     SlotScope scope(PERIX_SIM_MAIN, 5, handle, true);
     perix_sim_call c = Begin(PERIX_SIM_MAIN, 5, P(handle), P(arg1), P(arg2));
-    // With a non-null second argument this is the sink provider's "disconnect this device from
-    // the mesh handle": the handle stays live. A null handle has nothing to release.
-    if (scope.HandleOk() && arg1 == nullptr && handle != nullptr) {
+    // Every call releases the handle, also the sink's disconnect with its further arguments:
+    // a strict engine frees what it is asked to release. A null handle has nothing to release.
+    if (scope.HandleOk() && handle != nullptr) {
         perix_sim_strict::ReleaseHandle(handle);
     }
     return Result(c);

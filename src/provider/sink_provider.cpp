@@ -13,11 +13,22 @@ void FormatTraceId(uint64_t traceId, char (&out)[17]) {
     std::snprintf(out, sizeof(out), "%02" PRIx64, traceId);
 }
 
+namespace {
+
+// The one line of an operation refused because DisconnectDevice released the Mesh handle.
+void LogReleasedByDisconnect(const char* scope) noexcept {
+    log::Trace(LOG_MESSAGE_ERROR, scope,
+               "Mesh provider released by DisconnectDevice, not passed to the engine");
+}
+
+}  // namespace
+
 class SinkProvider::HandleUse {
 public:
     explicit HandleUse(SinkProvider& sink) noexcept : sink_(sink) {
         std::lock_guard<std::mutex> lock(sink_.providerMutex_);
-        handle_ = sink_.meshHandle_;
+        released_ = sink_.meshReleased_;
+        handle_ = released_ ? nullptr : sink_.meshHandle_;
         if (handle_ != nullptr) {
             ++sink_.meshUsers_;
         }
@@ -41,10 +52,13 @@ public:
     HandleUse(const HandleUse&) = delete;
     HandleUse& operator=(const HandleUse&) = delete;
     void* Handle() const noexcept { return handle_; }
+    // The sink keeps a handle that DisconnectDevice released: no engine call may receive it.
+    bool Released() const noexcept { return released_; }
 
 private:
     SinkProvider& sink_;
     void* handle_ = nullptr;
+    bool released_ = false;
 };
 
 SinkProvider::SinkProvider(const EngineLoad& load) : load_(load) {}
@@ -70,7 +84,10 @@ void SinkProvider::DeInit() {
         if (meshHandle_ == nullptr) {
             return;
         }
-        if (meshUsers_ == 0) {
+        if (meshReleased_) {
+            // DisconnectDevice gave it back already: cleared, never released twice.
+            meshReleased_ = false;
+        } else if (meshUsers_ == 0) {
             release = meshHandle_;
         } else {
             meshRetired_ = meshHandle_;  // the last call still using it releases it
@@ -121,7 +138,12 @@ int SinkProvider::ConnectDevice(PERIXInfo* deviceInfo) {
     int r = kEngineNotAvailable;
     {
         HandleUse mesh(*this);
-        r = engine::Call(load_, load_.main.PERIXStartService, mesh.Handle(), deviceInfo);
+        if (mesh.Released()) {
+            LogReleasedByDisconnect(kScope);
+            r = kUnavailable;
+        } else {
+            r = engine::Call(load_, load_.main.PERIXStartService, mesh.Handle(), deviceInfo);
+        }
     }
     // The port is checked only after the engine has been asked to start: callers rely on the
     // service having been started even when the record is refused.
@@ -133,10 +155,20 @@ int SinkProvider::ConnectDevice(PERIXInfo* deviceInfo) {
 }
 
 int SinkProvider::DisconnectDevice(PERIXInfo* deviceInfo, void* arg) {
-    HandleUse mesh(*this);
-    if (mesh.Handle() != nullptr) {
-        // The device leaves the Mesh provider; the handle itself is kept until DeInit.
-        return engine::Call(load_, load_.main.PERIXReleaseServiceHandle, mesh.Handle(),
+    void* handle = nullptr;
+    {
+        std::lock_guard<std::mutex> lock(providerMutex_);
+        if (!meshReleased_ && meshHandle_ != nullptr) {
+            // The engine releases the handle in this call. The sink keeps it (a second
+            // CreateMeshProvider still finds it, DeInit clears it), but from here on no engine
+            // call receives it and DeInit does not release it again. Marked before the call,
+            // so that a DeInit racing it never releases it too.
+            handle = meshHandle_;
+            meshReleased_ = true;
+        }
+    }
+    if (handle != nullptr) {
+        return engine::Call(load_, load_.main.PERIXReleaseServiceHandle, handle,
                             static_cast<void*>(deviceInfo), arg);
     }
     log::Trace(LOG_MESSAGE_ERROR, "OrbPerix::SinkProvider::DisconnectDevice",
@@ -150,7 +182,10 @@ int SinkProvider::GetConnectionStatus() {
     int r = kEngineNotAvailable;
     {
         HandleUse mesh(*this);
-        r = engine::Call(load_, load_.main.PERIXGetConnectionStatus, mesh.Handle(), &traceId);
+        // A released handle answers from the sink's own state: no Mesh provider, -13.
+        r = mesh.Released()
+                ? kUnavailable
+                : engine::Call(load_, load_.main.PERIXGetConnectionStatus, mesh.Handle(), &traceId);
     }
     if (r == 0 && traceId != 0) {
         char text[17];
@@ -163,11 +198,19 @@ int SinkProvider::GetConnectionStatus() {
 
 int SinkProvider::RegisterEngineCallback(uint32_t type, void* callback) {
     HandleUse mesh(*this);
+    if (mesh.Released()) {
+        LogReleasedByDisconnect("OrbPerix::SinkProvider::RegisterEngineCallback");
+        return kUnavailable;
+    }
     return engine::Call(load_, load_.main.PERIXRegisterCallback, mesh.Handle(), type, callback);
 }
 
 int SinkProvider::SendByHandler(void* a, void* b, void* c) {
     HandleUse mesh(*this);
+    if (mesh.Released()) {
+        LogReleasedByDisconnect("OrbPerix::SinkProvider::SendByHandler");
+        return kUnavailable;
+    }
     return engine::Call(load_, load_.main.PERIXPassThrough, mesh.Handle(), a, b, c);
 }
 

@@ -6,6 +6,11 @@
 // DeInit on another thread is safe: the Mesh handle is held for each engine call that passes it
 // and released only once no such call is in flight (by whichever of them ends last). The small
 // lock guarding that is never held while the engine runs.
+//
+// DisconnectDevice hands the handle to PERIXReleaseServiceHandle, which releases it; the sink
+// keeps it as the record that it has its Mesh provider (CreateMeshProvider still says so), but
+// every later operation answers from the sink's own state instead of passing it to the engine,
+// and DeInit clears it without a second release.
 #ifndef ORBPERIX_SRC_PROVIDER_SINK_PROVIDER_H_
 #define ORBPERIX_SRC_PROVIDER_SINK_PROVIDER_H_
 
@@ -36,9 +41,11 @@ public:
     int ConnectDevice(PERIXInfo* deviceInfo) override;
     // 0 when the handle exists or was created; -13 when the engine gave none.
     int CreateMeshProvider(PERIXInfo* deviceInfo) override;
-    // Hands (meshHandle, deviceInfo, arg) to PERIXReleaseServiceHandle; the handle is kept.
+    // Hands (meshHandle, deviceInfo, arg) to PERIXReleaseServiceHandle; the handle is kept,
+    // released: later operations return -13 without calling the engine.
     int DisconnectDevice(PERIXInfo* deviceInfo, void* arg) override;
-    // Engine status; a non-zero trace id is logged as lower-case hex.
+    // Engine status (-13 without an engine call once DisconnectDevice released the handle); a
+    // non-zero trace id is logged as lower-case hex.
     int GetConnectionStatus() override;
     int RegisterEngineCallback(uint32_t type, void* callback) override;
     int SendByHandler(void* a, void* b, void* c) override;
@@ -55,6 +62,8 @@ private:
     void* meshHandle_ = nullptr;    // GUARDED_BY(providerMutex_)
     uint32_t meshUsers_ = 0;        // GUARDED_BY(providerMutex_): calls in flight with it
     void* meshRetired_ = nullptr;   // GUARDED_BY(providerMutex_): released by the last user
+    bool meshReleased_ = false;     // GUARDED_BY(providerMutex_): meshHandle_ given back by
+                                    // DisconnectDevice
 };
 
 // Writes `traceId` as lower-case hexadecimal without leading zeros but with at least two

@@ -42,34 +42,72 @@ TEST_F(SinkProviderTest, LifeCreatesOneHandleStartsReleasesOnDeInit) {
     int type = 0;
     EXPECT_EQ(0, sink->RegisterEngineCallback(5, &type));
     EXPECT_EQ(0, sink->SendByHandler(&type, nullptr, &info));
-    EXPECT_EQ(0, sink->DisconnectDevice(&info, &type));
     sink->DeInit();
     sink->DeInit();
     EXPECT_EQ((std::vector<std::string>{"main.PERIXCreateServiceHandle", "main.PERIXStartService",
                                         "main.PERIXGetConnectionStatus",
                                         "main.PERIXRegisterCallback", "main.PERIXPassThrough",
-                                        "main.PERIXReleaseServiceHandle",
                                         "main.PERIXReleaseServiceHandle"}),
-              EngineCallNames());
+              EngineCallNames())
+        << "the second DeInit releases nothing";
     const uint64_t h = reinterpret_cast<uintptr_t>(handle);
-    for (const perix_sim_call& call : EngineCalls(PERIX_SIM_MAIN, 5)) {
-        EXPECT_EQ(h, call.args[0]) << "the Mesh handle goes first";
+    for (int slot : {6, 8, 7, 9, 5}) {
+        EXPECT_EQ(h, EngineCalls(PERIX_SIM_MAIN, slot).at(0).args[0])
+            << "the Mesh handle goes first, slot " << slot;
     }
-    const std::vector<perix_sim_call> release = EngineCalls(PERIX_SIM_MAIN, 5);
-    EXPECT_EQ(reinterpret_cast<uintptr_t>(&info), release[0].args[1]) << "disconnect forwards";
-    EXPECT_EQ(reinterpret_cast<uintptr_t>(&type), release[0].args[2]);
-    EXPECT_EQ(0u, release[1].args[1]) << "DeInit passes nothing behind the handle";
+    EXPECT_EQ(0u, EngineCalls(PERIX_SIM_MAIN, 5).at(0).args[1])
+        << "DeInit passes nothing behind the handle";
     const perix_sim_call registered = EngineCalls(PERIX_SIM_MAIN, 7).at(0);
-    EXPECT_EQ(h, registered.args[0]);
     EXPECT_EQ(5u, registered.values[0]);
     EXPECT_EQ(reinterpret_cast<uintptr_t>(&type), registered.args[2]);
     const perix_sim_call passed = EngineCalls(PERIX_SIM_MAIN, 9).at(0);
-    EXPECT_EQ(h, passed.args[0]);
     EXPECT_EQ(reinterpret_cast<uintptr_t>(&type), passed.args[1]);
     EXPECT_EQ(0u, passed.args[2]);
     EXPECT_EQ(reinterpret_cast<uintptr_t>(&info), passed.args[3]);
-    EXPECT_EQ(2, perix_sim_count_calls(PERIX_SIM_MAIN, 5))
-        << "disconnect once, the first DeInit once, the second DeInit nothing";
+}
+
+// The strict engine frees the handle in the disconnect's release and aborts the test on any
+// later call that passes it.
+TEST_F(SinkProviderTest, DisconnectReleasesTheHandleAndNoLaterOperationPassesIt) {
+    ASSERT_EQ(0, sink->Init());
+    ASSERT_EQ(0, sink->ConnectDevice(&info));
+    const uint64_t h = reinterpret_cast<uintptr_t>(perix_sim_last_handle());
+    int arg = 0;
+    perix_sim_set_slot_result(PERIX_SIM_MAIN, 5, 31);
+    EXPECT_EQ(31, sink->DisconnectDevice(&info, &arg)) << "engine status passed back";
+    const perix_sim_call release = EngineCalls(PERIX_SIM_MAIN, 5).at(0);
+    EXPECT_EQ(h, release.args[0]);
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(&info), release.args[1]) << "disconnect forwards";
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(&arg), release.args[2]);
+    perix_sim_clear_calls();
+    ClearLogs();
+
+    const std::string released = "Mesh provider released by DisconnectDevice, not passed to the engine";
+    EXPECT_EQ(-13, sink->GetConnectionStatus());
+    EXPECT_EQ(-13, sink->RegisterEngineCallback(5, &arg));
+    EXPECT_EQ(-13, sink->SendByHandler(&arg, nullptr, nullptr));
+    EXPECT_EQ(-13, sink->ConnectDevice(&info)) << "the kept handle cannot be started again";
+    EXPECT_EQ(0, sink->CreateMeshProvider(&info)) << "the sink still has its Mesh provider";
+    EXPECT_EQ(-13, sink->DisconnectDevice(&info, &arg)) << "released once, never twice";
+    sink->DeInit();
+    EXPECT_TRUE(EngineCallNames().empty());
+    EXPECT_EQ((std::vector<LogLine>{
+                  {3, Scoped("Get connection status ret: -13", "GetConnectionStatus")},
+                  {4, Scoped(released, "RegisterEngineCallback")},
+                  {4, Scoped(released, "SendByHandler")},
+                  {3, Scoped("MeshProvider already exist", "CreateMeshProvider")},
+                  {4, Scoped(released, "ConnectDevice")},
+                  {3, Scoped("MeshProvider already exist", "CreateMeshProvider")},
+                  {4, Scoped("PERIXCreateServiceHandle fail", "DisconnectDevice")}}),
+              TraceLines());
+
+    // After DeInit the sink starts over with a new handle.
+    ASSERT_EQ(0, sink->Init());
+    EXPECT_EQ(0, sink->ConnectDevice(&info));
+    EXPECT_EQ(1, perix_sim_count_calls(PERIX_SIM_MAIN, 4));
+    EXPECT_EQ(0, sink->GetConnectionStatus());
+    sink->DeInit();
+    EXPECT_EQ(0, perix_sim_violation_count());
 }
 
 TEST_F(SinkProviderTest, SecondConnectKeepsTheMeshHandleAndSaysSo) {
@@ -127,14 +165,6 @@ TEST_F(SinkProviderTest, DisconnectBeforeConnectIsMinus13WithTheCreationMessage)
     EXPECT_EQ(OneLine(4, Scoped("PERIXCreateServiceHandle fail",
                                                      "DisconnectDevice")),
               TraceLines());
-}
-
-TEST_F(SinkProviderTest, DisconnectKeepsTheHandleForTheNextConnect) {
-    ASSERT_EQ(0, sink->ConnectDevice(&info));
-    perix_sim_set_slot_result(PERIX_SIM_MAIN, 5, 31);
-    EXPECT_EQ(31, sink->DisconnectDevice(&info, nullptr)) << "engine status passed back";
-    EXPECT_EQ(0, sink->ConnectDevice(&info));
-    EXPECT_EQ(1, perix_sim_count_calls(PERIX_SIM_MAIN, 4));
 }
 
 TEST_F(SinkProviderTest, DeInitWithoutInitDoesNotReleaseTheHandle) {

@@ -146,7 +146,7 @@ TEST_F(StrictEngineHandles, AReleasedHandlePassedToASlotIsACountedViolationNamin
     EXPECT_EQ(2, perix_sim_violation_count());
 }
 
-TEST_F(StrictEngineHandles, UnknownHandlesAreViolationsNullHandlesAndTheDisconnectFormAreNot) {
+TEST_F(StrictEngineHandles, UnknownHandlesAreViolationsNullHandlesAreNotAndEveryReleaseReleases) {
     const PERIXInfo info = Info("peer-strict");
     int notAHandle = 0;
     testing::internal::CaptureStderr();
@@ -159,16 +159,17 @@ TEST_F(StrictEngineHandles, UnknownHandlesAreViolationsNullHandlesAndTheDisconne
     tables.main.PERIXUnRegisterListener(nullptr);
     EXPECT_EQ(1, perix_sim_violation_count()) << "a null handle is not a violation";
 
-    // A non-null second argument disconnects a device from a mesh handle: the handle stays.
+    // The sink's disconnect form (a device behind the handle) releases the handle as well.
     void* mesh = tables.main.PERIXCreateServiceHandle(&info);
     ASSERT_NE(nullptr, mesh);
     PERIXInfo device = Info("peer-on-mesh");
     tables.main.PERIXReleaseServiceHandle(mesh, &device, nullptr);
-    EXPECT_EQ(0, perix_sim_handle_is_released(mesh));
-    tables.main.PERIXRegisterCallback(mesh, 1, nullptr);
-    EXPECT_EQ(1, perix_sim_violation_count());
-    tables.main.PERIXReleaseServiceHandle(mesh, nullptr, nullptr);
     EXPECT_EQ(1, perix_sim_handle_is_released(mesh));
+    testing::internal::CaptureStderr();
+    tables.main.PERIXGetConnectionStatus(mesh, nullptr);
+    EXPECT_NE(std::string::npos, testing::internal::GetCapturedStderr().find(
+                                     "PERIXGetConnectionStatus called with released handle"));
+    EXPECT_EQ(2, perix_sim_violation_count());
 
     // Reset forgets the quarantine and turns abort back on (checked by the death test below).
     perix_sim_reset();
