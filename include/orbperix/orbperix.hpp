@@ -15,11 +15,11 @@
 // - Listeners are any callables. The owner keeps them alive until it is gone, and before they
 //   go it de-initialises its provider kind (which forgets the kind's listeners) and destroys
 //   its provider, then waits for listener calls under way to return.
-// - Results are Code values equal to the C++ interface's result codes (0 success, -2, -3, -4,
-//   -5, -9, -13, the engine's own values) plus kBadHandle. No exception is needed: the header
-//   compiles with exceptions disabled. With exceptions enabled, a listener that throws is
-//   caught before it reaches the library's thread; the owner then reports kListenerThrew once
-//   (ListenerError()) and one error line is logged.
+// - Results are Code values equal to the C++ interface's result codes (0 success, -1, -2, -3,
+//   -4, -5, -9, -13, the engine's own values) plus kBadHandle; ResultText says what one means.
+//   No exception is needed: the header compiles with exceptions disabled. With exceptions
+//   enabled, a listener that throws is caught before it reaches the library's thread; the owner
+//   then reports kListenerThrew once (ListenerError()) and one error line is logged.
 //
 // Threads: as the C interface (every call from any thread; a sink's calls serialised by the
 // host). An owner object itself is not synchronised: do not move or destroy it while another
@@ -62,16 +62,20 @@ private:
     int value_;
 };
 
-inline constexpr Code kOk{0};
+inline constexpr Code kOk{ORBPERIX_C_OK};
+inline constexpr Code kEncodeFailed{ORBPERIX_C_ENCODE_FAILED};
 inline constexpr Code kInvalidArgument{ORBPERIX_C_INVALID_ARGUMENT};
 inline constexpr Code kNoMemory{ORBPERIX_C_NO_MEMORY};
-inline constexpr Code kWrongState{-4};
-inline constexpr Code kSinkPortZero{-5};
-inline constexpr Code kSessionKeyCopy{-9};
-inline constexpr Code kNotAvailable{-13};
+inline constexpr Code kWrongState{ORBPERIX_C_WRONG_STATE};
+inline constexpr Code kSinkPortZero{ORBPERIX_C_SINK_PORT_ZERO};
+inline constexpr Code kSessionKeyCopy{ORBPERIX_C_SESSION_KEY_COPY};
+inline constexpr Code kNotAvailable{ORBPERIX_C_NOT_AVAILABLE};
 inline constexpr Code kBadHandle{ORBPERIX_C_BAD_HANDLE};
 // This layer's own: a listener callable threw (reported by the owner, see ListenerError).
-inline constexpr Code kListenerThrew{-1002};
+inline constexpr Code kListenerThrew{ORBPERIX_C_LISTENER_THREW};
+
+// A short English text for `code` (static; a code without a name gets one with its number).
+inline const char* ResultText(Code code) noexcept { return orbperix_result_text(code.value()); }
 
 // ---- Views in and out ----
 

@@ -37,15 +37,37 @@
 extern "C" {
 #endif
 
-/* ---- Result codes of the wrapper itself ---- */
+/* ---- Result codes ----
+ *
+ * Every result the library returns has a name here; any other value is the engine's own result,
+ * passed on unchanged. orbperix_result_text turns any of them into a short English text. */
 
+#define ORBPERIX_C_OK (0)
+/* The remote-control encoder refused the event (unknown kind, too many pointers, ...). */
+#define ORBPERIX_C_ENCODE_FAILED (-1)
+/* A null or malformed argument, or the wrong service type. The wrapper returns it, with one error
+ * line, for a record or text it must read itself that is missing or malformed. */
+#define ORBPERIX_C_INVALID_ARGUMENT (-2)
+/* Out of memory (one error line); the wrapper returns it when its own copy cannot be made. */
+#define ORBPERIX_C_NO_MEMORY (-3)
+/* Wrong state: not initialised, not registered, not connected, already connected or created. */
+#define ORBPERIX_C_WRONG_STATE (-4)
+/* A sink's device record has server port 0. */
+#define ORBPERIX_C_SINK_PORT_ZERO (-5)
+/* A session key could not be copied. */
+#define ORBPERIX_C_SESSION_KEY_COPY (-9)
+/* Not available: the engine (not loaded, failed to start or finalised), a getter, a service
+ * handle, a session or a data copy. */
+#define ORBPERIX_C_NOT_AVAILABLE (-13)
 /* An unknown, stale, destroyed or wrong-kind handle (one error line is logged). */
 #define ORBPERIX_C_BAD_HANDLE (-1001)
-/* A record or text the wrapper itself must read is missing or malformed (one error line);
- * equal to the library's "invalid argument". */
-#define ORBPERIX_C_INVALID_ARGUMENT (-2)
-/* The wrapper could not allocate its own copy (one error line); the library's value. */
-#define ORBPERIX_C_NO_MEMORY (-3)
+/* A listener callable of the C++ layer (orbperix.hpp) threw; reported by its owner. */
+#define ORBPERIX_C_LISTENER_THREW (-1002)
+
+/* A short English text for `code` ("out of memory", ...); never null, thread-safe. A named
+ * code's text is static. A code without a name gets a generic text with its number ("engine
+ * result 7"), kept in a small ring of buffers: valid until 16 more such texts were asked for. */
+ORBPERIX_API const char* orbperix_result_text(int code);
 
 /* Length of a NUL-terminated text argument. */
 #define ORBPERIX_C_NUL_TERMINATED (-1)

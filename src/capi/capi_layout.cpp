@@ -6,6 +6,7 @@
 #include "orbperix/orbperix_c.h"
 #include "orbperix/records.h"
 #include "orbperix/remote_ctrl_event.h"
+#include "util/result.h"
 
 #define ORBPERIX_SAME_FIELD(c_type, c_field, cpp_type, cpp_field)                    \
     static_assert(offsetof(c_type, c_field) == offsetof(cpp_type, cpp_field) &&       \
@@ -118,3 +119,13 @@ ORBPERIX_SAME_FIELD(orbperix_remote_message, action, RemoteMessageEvent, action)
 ORBPERIX_SAME_FIELD(orbperix_remote_message, message_length, RemoteMessageEvent, messageLength);
 ORBPERIX_SAME_FIELD(orbperix_remote_message, message_word, RemoteMessageEvent, messageWord);
 ORBPERIX_SAME_FIELD(orbperix_remote_message, message_data, RemoteMessageEvent, messageData);
+
+// Every code the library returns has its name in the C header, with the same value.
+static_assert(ORBPERIX_C_OK == OrbPerix::kOk && ORBPERIX_C_ENCODE_FAILED == OrbPerix::kEncodeFailed &&
+                  ORBPERIX_C_INVALID_ARGUMENT == OrbPerix::kInvalidArgument &&
+                  ORBPERIX_C_NO_MEMORY == OrbPerix::kNoMemory &&
+                  ORBPERIX_C_WRONG_STATE == OrbPerix::kWrongState &&
+                  ORBPERIX_C_SINK_PORT_ZERO == OrbPerix::kZeroServerPort &&
+                  ORBPERIX_C_SESSION_KEY_COPY == OrbPerix::kKeyCopyFailed &&
+                  ORBPERIX_C_NOT_AVAILABLE == OrbPerix::kUnavailable,
+              "a result code of the library differs from its name in orbperix_c.h");

@@ -599,6 +599,29 @@ static void CastBridge(void) {
     capi_ref_cast_session(0);
 }
 
+/* Every named code has a text of its own; any other code is named by its number. */
+static void ResultTexts(void) {
+    static const int kNamed[] = {ORBPERIX_C_OK,           ORBPERIX_C_ENCODE_FAILED,
+                                 ORBPERIX_C_INVALID_ARGUMENT, ORBPERIX_C_NO_MEMORY,
+                                 ORBPERIX_C_WRONG_STATE,  ORBPERIX_C_SINK_PORT_ZERO,
+                                 ORBPERIX_C_SESSION_KEY_COPY, ORBPERIX_C_NOT_AVAILABLE,
+                                 ORBPERIX_C_BAD_HANDLE,   ORBPERIX_C_LISTENER_THREW};
+    const size_t count = sizeof(kNamed) / sizeof(kNamed[0]);
+    for (size_t i = 0; i < count; ++i) {
+        const char* text = orbperix_result_text(kNamed[i]);
+        CHECK(text != NULL && text[0] != '\0');
+        CHECK(strstr(text, "engine result") == NULL);
+        for (size_t j = 0; j < i; ++j) {
+            CHECK(strcmp(text, orbperix_result_text(kNamed[j])) != 0);
+        }
+    }
+    CHECK(strcmp(orbperix_result_text(ORBPERIX_C_NOT_AVAILABLE), orbperix_result_text(-13)) == 0);
+    const char* seven = orbperix_result_text(7);
+    const char* negative = orbperix_result_text(-77);
+    CHECK(strcmp(seven, "engine result 7") == 0);
+    CHECK(strcmp(negative, "engine result -77") == 0);
+}
+
 int main(void) {
     setvbuf(stdout, NULL, _IONBF, 0);
     perix_sim_reset();
@@ -618,6 +641,7 @@ int main(void) {
     BadHandles();
     BadRecords();
     CastBridge();
+    ResultTexts();
 
     orbperix_finalize();
     CHECK_EQ(orbperix_is_initialized(), 0);
