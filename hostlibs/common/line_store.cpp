@@ -62,28 +62,48 @@ void LineStore::Add(int level, std::string text) {
     }
     std::lock_guard<std::mutex> lock(mutex_);
     lines_.emplace_back(level, std::move(text));
+    TrimLocked();
+}
+
+void LineStore::TrimLocked() {
+    while (lines_.size() > capacity_) {
+        lines_.pop_front();
+        ++dropped_;
+    }
 }
 
 int LineStore::Count() {
     std::lock_guard<std::mutex> lock(mutex_);
-    return static_cast<int>(lines_.size());
+    return dropped_ + static_cast<int>(lines_.size());
 }
 
 int LineStore::Get(int index, int* level, char* text, int capacity) {
     std::lock_guard<std::mutex> lock(mutex_);
-    if (index < 0 || static_cast<size_t>(index) >= lines_.size()) {
+    if (index < dropped_ || static_cast<size_t>(index - dropped_) >= lines_.size()) {
         return -1;
     }
-    const auto& line = lines_[static_cast<size_t>(index)];
+    const auto& line = lines_[static_cast<size_t>(index - dropped_)];
     if (level != nullptr) {
         *level = line.first;
     }
     return CopyOut(line.second, text, capacity);
 }
 
+int LineStore::Dropped() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return dropped_;
+}
+
 void LineStore::Clear() {
     std::lock_guard<std::mutex> lock(mutex_);
     lines_.clear();
+    dropped_ = 0;
+}
+
+void LineStore::SetCapacity(int capacity) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    capacity_ = capacity < 1 ? 1 : static_cast<size_t>(capacity);
+    TrimLocked();
 }
 
 }  // namespace hostlibs

@@ -1,4 +1,4 @@
-// Stand-in for the host installation's CorvusUtil: keeps every line in memory for tests.
+// Stand-in for the host installation's CorvusUtil: keeps the newest lines in memory for tests.
 #include <atomic>
 #include <mutex>
 #include <string>
@@ -40,6 +40,8 @@ int corvus_test_line(int index, int* level, char* text, int capacity) {
 }
 void corvus_test_clear(void) { Store().Clear(); }
 void corvus_test_set_echo(int on) { Store().SetEcho(on != 0); }
+int corvus_test_dropped_lines(void) { return Store().Dropped(); }
+void corvus_test_set_capacity(int lines) { Store().SetCapacity(lines); }
 int corvus_test_logger_constructions(void) {
     return g_constructions.load(std::memory_order_relaxed);
 }

@@ -1,4 +1,4 @@
-// Stand-in for the host installation's TraceKit: keeps every line in memory for tests.
+// Stand-in for the host installation's TraceKit: keeps the newest lines in memory for tests.
 #include "QxLogger.h"
 #include "SinkTestApi.h"
 #include "line_store.h"
@@ -29,5 +29,7 @@ int tracekit_test_line(int index, int* level, char* text, int capacity) {
 }
 void tracekit_test_clear(void) { Store().Clear(); }
 void tracekit_test_set_echo(int on) { Store().SetEcho(on != 0); }
+int tracekit_test_dropped_lines(void) { return Store().Dropped(); }
+void tracekit_test_set_capacity(int lines) { Store().SetCapacity(lines); }
 
 }  // extern "C"

@@ -552,6 +552,23 @@ public:
         return WithText(path, [](const char* text) { return orbperix_set_engine_path(text); });
     }
     static bool IsInitialized() noexcept { return orbperix_is_initialized() == 1; }
+
+    // The developer log (see orbperix_set_log_output): lines at `level` (ORBPERIX_C_LOG_*) or
+    // above go to "stderr", a file, or nowhere (empty).
+    static Code SetLogOutput(std::string_view destination,
+                             int level = ORBPERIX_C_LOG_INFO) noexcept {
+        return WithText(destination,
+                        [level](const char* text) { return orbperix_set_log_output(text, level); });
+    }
+    // Lines at `level` or above also go to `fn` (empty: none), called on whichever thread logs,
+    // with no lock of the library held; a callable that throws loses that line only. The
+    // previous callable is destroyed once no call of it runs on another thread (kOk); after
+    // kNotAvailable one still ran after 2 s and it is kept for good. Call it from one thread at
+    // a time, as Initialize.
+    using LogFunction = std::function<void(int level, std::string_view scope,
+                                           std::string_view text)>;
+    static Code SetLogCallback(int level, LogFunction fn) noexcept;
+
     // Finalises the engine when this owner initialised it.
     void Finalize() noexcept {
         if (std::exchange(owns_, false)) {
@@ -578,6 +595,63 @@ private:
     }
     bool owns_ = false;
 };
+
+namespace detail {
+
+struct LogBox {
+    Manager::LogFunction fn;
+};
+
+inline void LogTrampoline(void* user_data, int level, const char* scope,
+                          const char* text) noexcept {
+    const LogBox* box = static_cast<const LogBox*>(user_data);
+#if ORBPERIX_HPP_EXCEPTIONS
+    try {
+        box->fn(level, scope, text);
+    } catch (...) {
+        // The line is lost to this callable; nothing else changes.
+    }
+#else
+    box->fn(level, scope, text);
+#endif
+}
+
+// The callable the library calls now (owned by this header's code in the host's module).
+inline std::atomic<LogBox*>& CurrentLogBox() noexcept {
+    static std::atomic<LogBox*> box{nullptr};
+    return box;
+}
+
+}  // namespace detail
+
+inline Code Manager::SetLogCallback(int level, LogFunction fn) noexcept {
+    detail::LogBox* next = nullptr;
+    if (fn) {
+#if ORBPERIX_HPP_EXCEPTIONS
+        try {
+            next = new detail::LogBox{std::move(fn)};
+        } catch (...) {
+            return detail::Fail(kNoMemory, "orbperix::Manager", "out of memory for a callable");
+        }
+#else
+        next = new (std::nothrow) detail::LogBox{std::move(fn)};
+        if (next == nullptr) {
+            return detail::Fail(kNoMemory, "orbperix::Manager", "out of memory for a callable");
+        }
+#endif
+    }
+    const Code result(orbperix_set_log_callback(
+        level, next != nullptr ? &detail::LogTrampoline : nullptr, next));
+    if (result != kOk && result != kNotAvailable) {
+        delete next;  // refused before it was published
+        return result;
+    }
+    detail::LogBox* previous = detail::CurrentLogBox().exchange(next);
+    if (result == kOk) {
+        delete previous;  // no call of it is under way any more
+    }
+    return result;
+}
 
 // ---- Providers ----
 

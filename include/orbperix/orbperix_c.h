@@ -326,6 +326,37 @@ ORBPERIX_API void orbperix_log_error(const char* where, const char* text);
  * forgotten listeners use. Do not hold a lock that a listener takes while it waits. */
 ORBPERIX_API int orbperix_wait_for_listeners(uint32_t timeout_ms);
 
+/* ---- Developer log ----
+ *
+ * Every line the library logs can also go to stderr, a file or a callback of the host's, with
+ * its level and scope, plus the details of a failed start (the engine path tried, the system's
+ * reason, the failing step) that the host installation's logging libraries do not receive.
+ * Those libraries receive exactly the same lines whether this is on or off. The environment
+ * variables ORBPERIX_LOG ("stderr" or a file path) and ORBPERIX_LOG_LEVEL ("trace", "debug",
+ * "warn", "info", "error" or 0-4; "info" when unset) turn it on at the first initialisation. */
+
+#define ORBPERIX_C_LOG_TRACE 0
+#define ORBPERIX_C_LOG_DEBUG 1
+#define ORBPERIX_C_LOG_WARN 2
+#define ORBPERIX_C_LOG_INFO 3
+#define ORBPERIX_C_LOG_ERROR 4
+
+/* Called on whichever thread logs (host, engine or heartbeat threads), never while a lock of the
+ * library is held, so it may call the library. `scope` and `text` are UTF-8, valid for the call.
+ * A line the callback itself causes on its thread is not passed to it again. A callback that
+ * throws (a C++ host's) loses that line only; a slow one slows the thread that logs. */
+typedef void (*orbperix_log_fn)(void* user_data, int level, const char* scope, const char* text);
+
+/* Lines at `level` or above go to `fn` (null: none). Returns once no call of the previous callback
+ * is under way on another thread: 0, and the host may free the previous user_data; -13 when one
+ * still runs after 2 s (the previous user_data must stay); ORBPERIX_C_INVALID_ARGUMENT for a
+ * level outside 0-4. Any thread, any time, also before orbperix_initialize. */
+ORBPERIX_API int orbperix_set_log_callback(int level, orbperix_log_fn fn, void* user_data);
+/* Lines at `level` or above go to `destination`: "stderr", a file path (UTF-8; created or
+ * truncated), or null/empty for none. 0; -13 when the file cannot be opened (the reason is
+ * printed to stderr); ORBPERIX_C_INVALID_ARGUMENT for a level outside 0-4. */
+ORBPERIX_API int orbperix_set_log_output(const char* destination, int level);
+
 /* ---- Create and destroy ---- */
 
 /* A new provider's handle, or 0 when the library or the handle table could not make one. */

@@ -6,6 +6,7 @@
 
 #include "capi/capi_common.h"
 #include "engine/engine_gate.h"
+#include "log/developer_log.h"
 #include "manager/engine_location.h"
 #include "util/no_destructor.h"
 #include "orbperix/manager.h"
@@ -18,6 +19,12 @@ std::mutex& ManagerMutex() noexcept {
     static NoDestructor<std::mutex> mutex;  // usable at process exit
     return *mutex;
 }
+
+// The wrapper's serialisation of the manager's operations, which log while it is held.
+struct ManagerLock {
+    log::developer::HoldingLock holding;  // ends after the unlock
+    std::lock_guard<std::mutex> lock{ManagerMutex()};
+};
 
 PERIXProviderManager& Manager() noexcept { return PERIXProviderManager::GetInstance(); }
 
@@ -49,7 +56,7 @@ struct Registry<ISinkProvider> {
 template <typename T>
 uint64_t CreateProvider(const char* scope) noexcept {
     try {
-        std::lock_guard<std::mutex> lock(ManagerMutex());
+        ManagerLock lock;
         std::shared_ptr<T> provider = Registry<T>::Create();
         if (!provider) {
             return 0;  // the manager's result, as in C++
@@ -78,7 +85,7 @@ int DestroyProvider(uint64_t handle, const char* scope) noexcept {
     }
     int result = 0;
     try {
-        std::lock_guard<std::mutex> lock(ManagerMutex());
+        ManagerLock lock;
         result = Registry<T>::Destroy(provider) ? 1 : 0;
     } catch (...) {
         result = Fail(scope, -13, "unexpected exception");
@@ -104,7 +111,7 @@ int orbperix_initialize(struct tagPERIXLogFuncGroup* log_funcs, const char* init
                     "init_text is null");
     }
     try {
-        std::lock_guard<std::mutex> lock(ManagerMutex());
+        ManagerLock lock;
         return Manager().Initialize(log_funcs, std::string(init_text));
     } catch (...) {
         return Fail(ORBPERIX_C_SCOPE(orbperix_initialize), ORBPERIX_C_NO_MEMORY, "out of memory");
@@ -114,7 +121,7 @@ int orbperix_initialize(struct tagPERIXLogFuncGroup* log_funcs, const char* init
 int orbperix_set_engine_path(const char* path) {
     const char* scope = ORBPERIX_C_SCOPE(orbperix_set_engine_path);
     try {
-        std::lock_guard<std::mutex> lock(ManagerMutex());
+        ManagerLock lock;
         if (Manager().IsManagerInitialized()) {
             return Fail(scope, -4, "the engine is loaded already: the path applies before initialising");
         }
@@ -137,7 +144,7 @@ int orbperix_wait_for_listeners(uint32_t timeout_ms) {
 
 int orbperix_is_initialized(void) {
     try {
-        std::lock_guard<std::mutex> lock(ManagerMutex());
+        ManagerLock lock;
         return Manager().IsManagerInitialized() ? 1 : 0;
     } catch (...) {
         return 0;
@@ -146,7 +153,7 @@ int orbperix_is_initialized(void) {
 
 void orbperix_finalize(void) {
     try {
-        std::lock_guard<std::mutex> lock(ManagerMutex());
+        ManagerLock lock;
         Manager().Finalize();
     } catch (...) {
     }

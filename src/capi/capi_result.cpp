@@ -36,7 +36,7 @@ std::atomic<unsigned> g_nextUnnamed{0};
 
 }  // namespace
 
-extern "C" ORBPERIX_API const char* orbperix_result_text(int code) {
+extern "C" const char* orbperix_result_text(int code) {
     for (const Named& named : kNamed) {
         if (named.code == code) {
             return named.text;

@@ -2,6 +2,7 @@
 
 #include "Logger.h"
 #include "QxLogger.h"
+#include "platform/platform.h"
 
 namespace OrbPerix {
 namespace log {
@@ -21,6 +22,9 @@ void Emit(Route route, LOG_MESSAGE_LEVEL level, const char* scope,
     try {
         if (route == Route::kTagAndTrace) {
             TagLogger().Log(level, line);
+        }
+        if (ORBPERIX_UNLIKELY(developer::On())) {
+            developer::Write(static_cast<int>(level), scope, line.str());
         }
         line << L"(" << scope << L")";
         // Asked afresh for every line: the sink owns its singleton's life. A scope that could

@@ -3,7 +3,8 @@
 // A line is a wide string stream holding a fixed message and its values. Lines of the
 // manager's operations go to the tag logger (CorvusUtil's Logger, tag "VantraMirror") as they
 // are, and then, with "(" scope ")" appended, to TraceKit's QxLogger; every other line goes to
-// QxLogger only, with the same suffix.
+// QxLogger only, with the same suffix. Every line also reaches the developer log when a host
+// developer turned it on (developer_log.h).
 //
 // Safe to call from any thread (host, engine callback and heartbeat threads alike); no lock of
 // this library is held while a sink runs. Logging never throws to its caller.
@@ -14,6 +15,7 @@
 #include <string>
 
 #include "LogMessageLevel.h"
+#include "log/developer_log.h"
 
 namespace OrbPerix {
 namespace log {
@@ -51,6 +53,25 @@ void Write(Route route, LOG_MESSAGE_LEVEL level, const char* scope,
         }
     } catch (...) {
         // A line that cannot be built (out of memory) is dropped: logging never fails the caller.
+    }
+}
+
+// A line for the developer log only (see developer_log.h): details such as a path tried or the
+// system's reason that the host installation's logging libraries do not receive. Nothing is
+// built while that log is off.
+template <typename... Parts>
+void Detail(LOG_MESSAGE_LEVEL level, const char* scope, const Parts&... parts) noexcept {
+    if (!developer::On()) {
+        return;
+    }
+    try {
+        std::basic_stringstream<wchar_t> line;
+        (detail::Put(line, parts), ...);
+        if (!line.fail()) {
+            developer::Write(static_cast<int>(level), scope, line.str());
+        }
+    } catch (...) {
+        // As Write: a line that cannot be built is dropped.
     }
 }
 

@@ -71,6 +71,23 @@ int PERIXProviderManager::LoadPerixLibrary() {
         return kNoMemory;
     }
     platform::LoadStep step;
+    // What the developer log shows of a failed load: the path tried, the step, the reason.
+    const auto explain = [&](const char* failedStep, const std::string& reason) noexcept {
+        if (!log::developer::On()) {
+            return;
+        }
+        try {
+            const std::string tried =
+                hostLocation
+                    ? location + " (the engine file, or a folder holding " +
+                          platform::EngineModuleFileName() + ")"
+                    : platform::ExecutableDirectory() + "/" + platform::EngineModuleFileName();
+            log::Detail(LOG_MESSAGE_ERROR, kLoadScope, "engine not loaded: ", failedStep,
+                        "; path tried: ", tried, "; reason: ", reason.empty() ? "-" : reason);
+        } catch (...) {
+            // No memory for the explanation: the logging libraries' line stands alone.
+        }
+    };
     if (hostLocation) {
         // The host named the engine's file or folder; the executable's folder is not tried.
         log::Manager(LOG_MESSAGE_INFO, kLoadScope, "engine location: ", location);
@@ -79,23 +96,35 @@ int PERIXProviderManager::LoadPerixLibrary() {
     } else {
         step = platform::LoadModuleBesideExecutable(platform::EngineModuleFileName(), &module);
     }
+    // The system's reason is read at once, before anything else can overwrite it.
+    std::string reason;
+    if (step == platform::LoadStep::kLoadLibrary && log::developer::On()) {
+        try {
+            reason = platform::LastModuleError();
+        } catch (...) {
+        }
+    }
     switch (step) {
         case platform::LoadStep::kLoaded:
             return 0;
         case platform::LoadStep::kModuleFileName:
             log::Manager(LOG_MESSAGE_ERROR, kLoadScope, "GetModuleFileName failed");
+            explain("the executable's path could not be read", "");
             return kUnavailable;
         case platform::LoadStep::kRemoveFileSpec:
             log::Manager(LOG_MESSAGE_ERROR, kLoadScope, "PathRemoveFileSpec failed");
+            explain("the executable's folder could not be cut from its path", "");
             return kUnavailable;
         case platform::LoadStep::kPathAppend:
             log::Manager(LOG_MESSAGE_ERROR, kLoadScope, "PathAppend failed");
+            explain("the engine's file name could not be joined to the folder", "");
             return kUnavailable;
         case platform::LoadStep::kLoadLibrary:
             break;
     }
     module = nullptr;
     log::Manager(LOG_MESSAGE_ERROR, kLoadScope, "LoadLibrary failed");
+    explain("the module could not be loaded", reason);
     return kUnavailable;
 }
 
@@ -146,6 +175,7 @@ int PERIXProviderManager::GetPerixHandlerFunc() {
 }
 
 int PERIXProviderManager::Initialize(tagPERIXLogFuncGroup* logFuncs, std::string initText) {
+    log::developer::ConfigureFromEnvironment();
     log::Manager(LOG_MESSAGE_INFO, kInitializeScope, "PERIXProviderManager Initalize begin.");
     capture::StartFromEnvironment();
     if (isInitialized) {

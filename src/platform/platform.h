@@ -75,6 +75,11 @@ LoadStep LoadModuleBesideExecutable(const char* fileName, ModuleHandle* module);
 // path is never consulted. Steps as above (kPathAppend: the joined path is too long).
 LoadStep LoadModuleFrom(const char* location, const char* fileName, ModuleHandle* module);
 
+// The system's reason why the last module load on this thread failed (dlerror / the Windows
+// error text of GetLastError), for the developer log; read it right after the failed load.
+// May throw std::bad_alloc.
+std::string LastModuleError();
+
 // The value of environment variable `name` as UTF-8; false when it is not set.
 // May throw std::bad_alloc.
 bool EnvironmentValue(const char* name, std::string* value);

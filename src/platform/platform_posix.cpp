@@ -222,5 +222,10 @@ void SleepMilliseconds(uint32_t milliseconds) {
     }
 }
 
+std::string LastModuleError() {
+    const char* reason = dlerror();
+    return reason != nullptr ? std::string(reason) : std::string("no reason given");
+}
+
 }  // namespace platform
 }  // namespace OrbPerix

@@ -199,5 +199,26 @@ void SleepMilliseconds(uint32_t milliseconds) {
     Sleep(milliseconds);
 }
 
+std::string LastModuleError() {
+    const DWORD code = GetLastError();
+    wchar_t* text = nullptr;
+    const DWORD length = FormatMessageW(
+        FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
+        nullptr, code, 0, reinterpret_cast<wchar_t*>(&text), 0, nullptr);
+    std::string reason;
+    if (length != 0 && text != nullptr) {
+        std::wstring wide(text, length);
+        while (!wide.empty() && (wide.back() == L'\n' || wide.back() == L'\r' ||
+                                 wide.back() == L' ' || wide.back() == L'.')) {
+            wide.pop_back();
+        }
+        reason = Utf8FromWide(wide.c_str());
+    }
+    if (text != nullptr) {
+        LocalFree(text);
+    }
+    return reason + (reason.empty() ? "" : " ") + "(error " + std::to_string(code) + ")";
+}
+
 }  // namespace platform
 }  // namespace OrbPerix

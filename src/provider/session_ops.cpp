@@ -79,6 +79,7 @@ int SessionOps::RegisterPERIXListenerSteps(PERIXInfo* deviceInfo,
     void* handle = nullptr;
     int created = 0;
     {
+        log::developer::HoldingLock holding;  // CreateServiceHandler logs under the mutex
         std::lock_guard<std::mutex> lock(mutex_);
         created = CreateServiceHandler(deviceInfo, listener, route, &handle);
     }

@@ -101,12 +101,14 @@ void SinkProvider::DeInit() {
 
 int SinkProvider::CreateMeshProvider(PERIXInfo* deviceInfo) {
     static const char* const kScope = "OrbPerix::SinkProvider::CreateMeshProvider";
+    bool exists = false;
     {
         std::lock_guard<std::mutex> lock(providerMutex_);
-        if (meshHandle_ != nullptr) {
-            log::Trace(LOG_MESSAGE_INFO, kScope, L"MeshProvider already exist");
-            return 0;
-        }
+        exists = meshHandle_ != nullptr;
+    }
+    if (exists) {
+        log::Trace(LOG_MESSAGE_INFO, kScope, L"MeshProvider already exist");
+        return 0;
     }
     void* created = engine::Call(load_, load_.main.PERIXCreateServiceHandle, deviceInfo);
     if (created == nullptr) {

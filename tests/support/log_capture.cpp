@@ -15,7 +15,7 @@ std::vector<LogLine> Read(CountFn count, LineFn line) {
         int level = 0;
         const int length = line(i, &level, nullptr, 0);
         if (length < 0) {
-            break;
+            continue;  // dropped: the stand-in keeps only the newest lines
         }
         std::string text(static_cast<size_t>(length) + 1, '\0');
         line(i, &level, &text[0], length + 1);

@@ -63,4 +63,22 @@ TEST(Logging, NarrowWideAndNumericPartsFormAsAStreamWouldWriteThem) {
     EXPECT_EQ("wide narrow peer-01 4294967295 -5(S)", TraceLines()[0].text);
 }
 
+TEST(Logging, TheStandInsKeepOnlyTheNewestLinesAndCountTheRest) {
+    ClearLogs();
+    tracekit_test_set_capacity(3);
+    for (int i = 0; i < 5; ++i) {
+        Trace(LOG_MESSAGE_INFO, "OrbPerix::Test::Bound", "line ", i);
+    }
+    EXPECT_EQ(5, tracekit_test_line_count()) << "numbered from the clear, dropped ones included";
+    EXPECT_EQ(2, tracekit_test_dropped_lines());
+    EXPECT_EQ(-1, tracekit_test_line(1, nullptr, nullptr, 0)) << "dropped";
+    EXPECT_EQ((std::vector<LogLine>{{3, "line 2(OrbPerix::Test::Bound)"},
+                                    {3, "line 3(OrbPerix::Test::Bound)"},
+                                    {3, "line 4(OrbPerix::Test::Bound)"}}),
+              TraceLines());
+    tracekit_test_set_capacity(10000);
+    ClearLogs();
+    EXPECT_EQ(0, tracekit_test_dropped_lines());
+}
+
 }  // namespace
